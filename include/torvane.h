@@ -1,0 +1,700 @@
+/* torvane: the storage devices of a Linux machine, and what they are.
+ *
+ * One contract for the whole interface; each function below says only what is its own.
+ *
+ * Results.  0 is success and -1 failure, a null pointer is a failed allocation or look-up. Composite
+ * readers add up one negative power of two for each piece that failed, so a sum names the pieces; a
+ * device path that cannot be opened gives +1 there. The appenders that return 1 say so.
+ *
+ * Errors.  A failure leaves its words in one text buffer per category (TORVANE_ERROR_*), read with
+ * get_error_str(). The last failure of a category wins; nothing ever clears a buffer.
+ *
+ * Ownership.  Records, lists and strings that a function hands out are on the heap (malloc) and the
+ * caller's; strings go back with free(), records and lists with the release function named beside them.
+ * Release functions accept null. Text that is only read is `const char *`.
+ *
+ * Null arguments.  A null pointer where one is needed gives the function's failure result, never a crash.
+ * An output place stays untouched on failure unless its function says otherwise.
+ *
+ * Descriptors.  Functions that take a descriptor and a path use the descriptor when it is greater than 0
+ * and otherwise open the path read-only for the length of the call.
+ *
+ * Concurrency.  No threads, no locks: the error buffers and the SCSI command counter are shared by the
+ * whole process, so call the library from one thread at a time. Nothing is read from the environment.
+ *
+ * Privileges.  Opening block devices, SG_IO, mknod and writes to /sys need root (CAP_SYS_RAWIO,
+ * CAP_SYS_ADMIN, CAP_MKNOD); without them the readers concerned fail and say why.
+ */
+#ifndef TORVANE_H
+#define TORVANE_H
+
+#include <dirent.h>
+#include <stddef.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#define TORVANE_VERSION_MAJOR 2
+#define TORVANE_VERSION_MINOR 0
+#define TORVANE_VERSION_PATCH 0
+
+#if defined(__GNUC__) || defined(__clang__)
+#define TORVANE_PRINTF(text, first) __attribute__((__format__(__printf__, text, first)))
+#else
+#define TORVANE_PRINTF(text, first)
+#endif
+
+#ifdef __cplusplus
+#define TORVANE_NOEXCEPT noexcept
+extern "C" {
+#else
+#define TORVANE_NOEXCEPT
+#endif
+
+#if defined(__GNUC__) || defined(__clang__)
+#pragma GCC visibility push(default)
+#endif
+
+/* ---- Enumerated values --------------------------------------------------------------------------- */
+
+/* Error categories, the first argument of set_error_str() and get_error_str(). */
+enum {
+    TORVANE_ERROR_GEOMETRY = 1,
+    TORVANE_ERROR_IDENTITY = 2,
+    TORVANE_ERROR_DEFECTS = 3,
+    TORVANE_ERROR_SYSFS = 4,
+    TORVANE_ERROR_STATE = 5,
+    TORVANE_ERROR_RAID = 6,
+    TORVANE_ERROR_DRIVE_LIST = 7,
+    TORVANE_ERROR_DEVICE = 8,
+    TORVANE_ERROR_MOUNT = 9
+};
+
+/* DeviceKind: what a device's major number says it is (Linux devices.txt). */
+typedef int32_t DeviceKind;
+enum { DEVICE_KIND_OTHER = 1, DEVICE_KIND_IDE = 2, DEVICE_KIND_SCSI = 3, DEVICE_KIND_SCSI_GENERIC = 4 };
+
+/* DriveType: the `drive_type` of a DriveRecord. */
+typedef uint32_t DriveType;
+enum {
+    DRIVE_TYPE_DISK = 0,
+    DRIVE_TYPE_ISCSI = 1,
+    DRIVE_TYPE_SOFTWARE_RAID = 2,
+    DRIVE_TYPE_RAID_MEMBER = 3,
+    DRIVE_TYPE_REMOVABLE = 4,
+    DRIVE_TYPE_OPTICAL = 5,
+    DRIVE_TYPE_ADAPTER = 6
+};
+
+/* DriveOptions: bits of the options argument of get_drives() and its kin. */
+typedef int DriveOptions;
+enum {
+    DRIVE_OPTION_SYSTEM = 1,   /* every whole disk of /proc/partitions */
+    DRIVE_OPTION_GEOMETRY = 2, /* sizes, start, rotation, partitions */
+    DRIVE_OPTION_IDENTITY = 4, /* device numbers, generic name, model, serial */
+    DRIVE_OPTION_DEFECTS = 8,  /* primary and grown defect lists */
+    DRIVE_OPTION_STATE = 16,   /* vendor permission level */
+    DRIVE_OPTION_RAID = 64,    /* hardware RAID members, software RAID and iSCSI marks */
+    DRIVE_OPTION_USB = 128,    /* USB mass storage */
+    DRIVE_OPTION_OPTICAL = 256 /* optical drives of /proc/sys/dev/cdrom/info */
+};
+
+/* RaidType: a controller family, and the SCSI channel on which its driver shows logical drives. */
+enum { RAID_TYPE_ADAPTEC = 0, RAID_TYPE_LSI = 2 };
+
+/* BindState: whether a SCSI device is bound to its driver and has a node in /dev. */
+enum { STATE_UNBOUND = 0, STATE_BOUND = 1, STATE_NODE = 2 };
+
+/* ScsiType: peripheral device types that the library drives (SPC-4, standard INQUIRY data). */
+enum { SCSI_TYPE_DISK = 0, SCSI_TYPE_TAPE = 1, SCSI_TYPE_OPTICAL = 5, SCSI_TYPE_ENCLOSURE = 13 };
+
+/* UsbStatus: a plain storage device, or something to be treated as an adapter (card reader). */
+enum { USB_STATUS_DEVICE = 0, USB_STATUS_ADAPTER = 2 };
+
+/* ---- Records ------------------------------------------------------------------------------------- */
+
+/* A growable list of owned strings. All zero is the empty list. */
+typedef struct StringList {
+    uint32_t count;
+    char **strings;
+} StringList;
+
+/* One SCSI command, caller-owned, sent by send_scsi_cmd(). */
+typedef struct ScsiCommand {
+    uint64_t cdb_length;     /* valid command bytes; the low byte reaches the kernel */
+    unsigned char cdb[50];   /* command descriptor block */
+    unsigned char sense[32]; /* cleared before each command */
+    int32_t direction;       /* SG_DXFER_* of <scsi/sg.h> */
+    uint64_t data_length;    /* bytes; the low 32 bits reach the kernel */
+    void *data;              /* caller's buffer of data_length bytes */
+} ScsiCommand;
+
+/* Sense data in one form, whichever of the two formats it came in (SPC-4 clause 4.5). */
+typedef struct SenseSummary {
+    uint8_t response_code;
+    uint8_t sense_key;
+    uint8_t additional_sense_code;
+    uint8_t additional_sense_code_qualifier;
+    uint8_t reserved[3];
+    uint8_t additional_length; /* descriptor format only */
+} SenseSummary;
+
+/* What a device says about itself, in fixed buffers, caller-owned. */
+typedef struct DeviceSpecification {
+    char device_name[60]; /* device path */
+    char sg_name[60];     /* SCSI generic device path */
+    char model[60];
+    char serial[60];
+    struct stat stat;
+    uint32_t major;
+    uint32_t minor;
+    DeviceKind type;
+} DeviceSpecification;
+
+typedef struct PartitionRecord {
+    char *name;      /* "/dev/" and the kernel name, owned */
+    uint32_t number; /* position on the disk as the kernel lists it, from 1 */
+    uint64_t size;   /* bytes */
+} PartitionRecord;
+
+typedef struct PartitionList {
+    uint32_t count;
+    PartitionRecord *entries;
+} PartitionList;
+
+/* One drive. Strings and partitions are owned by the record; -1 means "not read". */
+typedef struct DriveRecord {
+    DriveType drive_type;
+    char *name;         /* device path; null for drives known only through USB */
+    char *generic_name; /* SCSI generic device path */
+    char *model;
+    char *serial;
+    int32_t major;
+    int32_t minor;
+    DeviceKind device_type;
+    uint64_t block_count;               /* logical blocks */
+    uint64_t device_start;              /* start within the disk, 512-byte sectors */
+    uint64_t block_size;                /* bytes per logical block */
+    int32_t rotation_speed;             /* rotations per minute */
+    int32_t permission;                 /* vendor permission level */
+    int32_t status;                     /* BindState */
+    int32_t manufacturer_defects;       /* entries of the primary defect list */
+    uint32_t manufacturer_defect_bytes; /* bytes of that list */
+    int32_t grown_defects;              /* entries of the grown defect list */
+    uint32_t grown_defect_bytes;        /* bytes of that list */
+    PartitionList partitions;
+    char *location;                /* place of a RAID member drive */
+    char *raid_device;             /* device of the RAID group that a member belongs to */
+    uint32_t geometry_result;      /* result of get_drive_geometry() */
+    uint32_t specification_result; /* result of get_drive_specification() */
+    uint32_t defects_result;       /* result of get_drive_defects() */
+    uint32_t state_result;         /* result of get_drive_state() */
+} DriveRecord;
+
+/* Drives; a slot may be null. Count 0 with a null array is the empty list. */
+typedef struct DriveList {
+    uint32_t count;
+    DriveRecord **drives;
+} DriveList;
+
+/* Geometry of one device, caller-owned. */
+typedef struct DeviceGeometry {
+    uint64_t block_count;
+    uint64_t device_start;
+    uint64_t block_size;
+    int32_t rotation_speed; /* rotations per minute, -1 unknown */
+    uint32_t partition_count;
+    uint32_t reserved;         /* set to 0 */
+    uint64_t *partition_sizes; /* set by the caller before the call: room for every partition; bytes */
+} DeviceGeometry;
+
+/* Defect lists of one device, caller-owned. */
+typedef struct DefectCounts {
+    int32_t manufacturer_defects; /* entries, -1 unknown */
+    uint32_t manufacturer_defect_bytes;
+    int32_t grown_defects; /* entries, -1 unknown */
+    uint32_t grown_defect_bytes;
+} DefectCounts;
+
+/* Vendor state of one device, caller-owned. */
+typedef struct DeviceState {
+    int32_t permission;            /* vendor permission level, -1 unknown */
+    int32_t firmware_size;         /* bytes */
+    unsigned char *firmware_image; /* firmware_size bytes on the heap, the caller's; null when none */
+} DeviceState;
+
+/* How one maker's drives are asked for their state. */
+typedef struct VendorProbe {
+    int (*get_permission)(int fd, const char *path, int *permission);
+    int (*get_firmware)(int fd, const char *path, int *size, unsigned char **image);
+    int (*supports)(const char *model);
+} VendorProbe;
+
+struct RaidDriveGroup;
+struct RaidController;
+
+/* One physical drive behind a RAID controller. Strings are owned, `group` and `controller` are not. */
+typedef struct RaidDrive {
+    uint32_t number; /* Adaptec device number, LSI slot number */
+    char *device;    /* SCSI generic node, or a made-up name when none reaches the drive */
+    char *serial;
+    char *model;
+    char *location; /* "(enclosure, slot)" or "(adapter, slot)"; null when the tool gave none */
+    uint64_t size;  /* bytes */
+    struct RaidDriveGroup *group;
+    struct RaidController *controller;
+} RaidDrive;
+
+/* One logical drive. */
+typedef struct RaidDriveGroup {
+    char *name;   /* as the tool prints it, may be empty */
+    char *device; /* kernel block device, or a made-up name when none shows the drive */
+    int32_t controller_number;
+    int32_t logical_number;
+    uint64_t size; /* bytes */
+    uint32_t drive_count;
+    RaidDrive *drives;
+    struct RaidController *controller; /* valid until the controller array next moves */
+} RaidDriveGroup;
+
+/* One RAID controller: its logical drives, and its physical drives that belong to none. */
+typedef struct RaidController {
+    uint32_t type;   /* RaidType */
+    uint32_t number; /* as its tool counts: Adaptec from 1, LSI from 0 */
+    uint32_t group_count;
+    RaidDriveGroup *groups;
+    uint32_t drive_count;
+    RaidDrive *drives;
+} RaidController;
+
+/* One SCSI device (logical unit) behind a USB mass-storage interface. Strings are owned. */
+typedef struct ScsiDeviceInfo {
+    char *name;    /* kernel block-device name, null without a block device */
+    char *address; /* host:channel:target:lun */
+    char *model;
+    char *serial;
+    uint32_t state; /* BindState */
+    uint32_t type;  /* ScsiType */
+    uint64_t size;  /* 512-byte sectors, 0 unknown */
+} ScsiDeviceInfo;
+
+typedef struct ScsiDeviceList {
+    ScsiDeviceInfo *devices;
+    uint32_t count;
+} ScsiDeviceList;
+
+/* One USB mass-storage interface. Strings are owned. */
+typedef struct MediaRecord {
+    char *name;             /* interface, such as 1-1:1.0 */
+    char *serial;           /* USB serial number, empty without one */
+    char *model;            /* manufacturer and product */
+    uint32_t status;        /* UsbStatus */
+    uint32_t has_enclosure; /* 1 when a disk and its enclosure were folded into one device */
+    ScsiDeviceList devices;
+} MediaRecord;
+
+typedef struct MediaList {
+    MediaRecord *media;
+    uint32_t count;
+} MediaList;
+
+/* ---- Error reporting ----------------------------------------------------------------------------- */
+
+/* Formats a message (printf) into the buffer of a category, cut after 253 characters. An unknown category
+ * is ignored. */
+void set_error_str(uint32_t category, const char *format, ...) TORVANE_NOEXCEPT TORVANE_PRINTF(2, 3);
+
+/* The last message of a category, "No error" before the first. The text belongs to the library and
+ * changes with the next failure of the category. Null for an unknown category. */
+const char *get_error_str(uint32_t category) TORVANE_NOEXCEPT;
+
+/* 1 when the absolute values of a and b share a bit, else 0: has_error(sum, -1) tells an odd sum. */
+int has_error(int32_t a, int32_t b) TORVANE_NOEXCEPT;
+
+/* Folds four counters into one code: 1 when the first two are both positive, else
+ * c[0] + (c[1] << 7) + (c[2] << 12) + (c[3] << 14), wrapping. -1 for null. */
+int32_t get_error(const int32_t *counters) TORVANE_NOEXCEPT;
+
+/* ---- Strings ------------------------------------------------------------------------------------- */
+
+/* Formats (printf) into a new heap string of exactly `size` bytes, the terminator included. A text of any
+ * other length is a failure: the place then holds null and the result is -1. */
+int dupnprintf(char **out, size_t size, const char *format, ...) TORVANE_NOEXCEPT TORVANE_PRINTF(3, 4);
+
+/* A heap copy; null for null or without memory. */
+char *duplicate_str(const char *string) TORVANE_NOEXCEPT;
+
+/* A heap buffer of n + 1 bytes: the first n bytes of the string, NUL-padded and terminated. */
+char *duplicate_nstr(const char *string, size_t n) TORVANE_NOEXCEPT;
+
+/* Decimal digits of a number's absolute value, without the sign; 1 for 0. */
+int intlen(int32_t number) TORVANE_NOEXCEPT;
+
+/* 1 when the string holds only blanks, tabs and newlines (or nothing), else 0. */
+int is_blank(const char *string) TORVANE_NOEXCEPT;
+
+/* 1 when the string ends with the suffix, else 0. */
+int ends_with(const char *string, const char *suffix) TORVANE_NOEXCEPT;
+
+/* Leading and trailing white space (isspace) cut: into a buffer of strlen(source) + 1 bytes, in place, or
+ * into a heap copy. A string of exactly one white-space character stays as it is. */
+int trim(const char *source, char *destination) TORVANE_NOEXCEPT;
+int trim_in_place(char *string) TORVANE_NOEXCEPT;
+char *trim_new(const char *string) TORVANE_NOEXCEPT;
+
+/* Trailing decimal digits cut. truncate_numbers() ends its text one byte late: for a kept text of n
+ * characters it writes bytes 0 to n - 1 and a NUL at n + 1, so hand in n + 2 zeroed bytes. */
+char *truncate_numbers_new(const char *string) TORVANE_NOEXCEPT;
+int truncate_numbers(const char *source, char *destination) TORVANE_NOEXCEPT;
+int truncate_numbers_in_place(char *string) TORVANE_NOEXCEPT;
+
+/* The last token of a string split at the delimiters, as a heap string. Its length, or -1; the place holds
+ * null when there is no token. */
+int allocate_last_token(const char *string, const char *delimiters, char **token) TORVANE_NOEXCEPT;
+
+/* The last token into a buffer of `size` bytes, cut to fit. The first token ends at the delimiters, later
+ * ones at "/". The length of what the buffer then holds, -1 for null or size 0. */
+int get_last_token(const char *string, const char *delimiters, size_t size, char *buffer) TORVANE_NOEXCEPT;
+
+/* One whole line of any length, its newline included, into a heap buffer that the caller frees (also after
+ * a result of 0). Its length, 0 at end of file, -1 on error (the place then holds null). */
+int get_line(char **line, FILE *stream) TORVANE_NOEXCEPT;
+
+/* Bytes from a number and a unit such as "1.5 GB": K, M, G, P and E (either case) stand for the first to
+ * the fifth power of 1024, any other letter for 1. Single precision; 0 for null, no or negative numbers. */
+uint64_t get_bytes_from_str(const char *text) TORVANE_NOEXCEPT;
+
+/* Cuts a 20-character serial number of a "SEAGATE" model to its first 8 characters when "0000" follows
+ * them. In place. */
+void truncate_seagate_serial(char *serial, const char *model) TORVANE_NOEXCEPT;
+
+/* Appends a copy. On failure the list keeps its count. */
+int add_to_string_list(StringList *list, const char *string) TORVANE_NOEXCEPT;
+
+/* Frees strings and array and leaves the list empty; the record itself is the caller's. */
+void release_string_list(StringList *list) TORVANE_NOEXCEPT;
+
+/* ---- Files and commands -------------------------------------------------------------------------- */
+
+/* The descriptor itself when greater than 0, else the path opened read-only; -1 on failure. */
+int validate_fd(int fd, const char *path) TORVANE_NOEXCEPT;
+
+/* Closes `active` when validate_fd() opened it, that is when `given` is not greater than 0. */
+int close_valid_fd(int given, int active) TORVANE_NOEXCEPT;
+
+/* Writes the text, without terminator or newline, to a file created or truncated. -1 also when the kernel
+ * refuses the text on closing, as sysfs control files do. */
+int write_to_file(const char *path, const char *text) TORVANE_NOEXCEPT;
+
+/* 1 when the path exists, else 0. */
+int file_exists(const char *path) TORVANE_NOEXCEPT;
+
+/* 1 when /dev/NAME exists, 0 when not, -1 for null or without memory. */
+int device_exists(const char *name) TORVANE_NOEXCEPT;
+
+/* Runs a command line with /bin/sh and returns the child's process id; reap it with waitpid(). Each stream
+ * place that is not null gets the parent's end of that pipe, to be closed with fclose(); the other ends are
+ * closed. A failing fork() ends the calling process with status 1. -1 for a null command. */
+pid_t execute(const char *command, FILE **input, FILE **output, FILE **error) TORVANE_NOEXCEPT;
+
+/* ---- Sysfs values and device numbers (category sysfs) -------------------------------------------- */
+
+/* Scans one item with a scanf format, which bounds what it writes into the place. Failure to open: "failed
+ * to open '%s'". */
+int read_value_from_sys_file(const char *path, const char *format, void *place) TORVANE_NOEXCEPT;
+
+/* The same for one string, as a heap string; values are cut at 167 characters. */
+int allocate_value_from_sys_file(const char *path, const char *format, char **value) TORVANE_NOEXCEPT;
+
+/* An attribute of a block device (/dev/sda) or SCSI generic device (/dev/sg0) given by its device path.
+ * `generic` forces the generic directory; `partition` reads from the partition's directory. The first form
+ * scans into the caller's place, the second into a heap string. */
+int get_value_from_sys(const char *path, const char *attribute, const char *format, int generic, int partition,
+                       void *place) TORVANE_NOEXCEPT;
+int _get_value_from_sys(const char *path, const char *attribute, const char *format, int generic, int partition,
+                        char **value) TORVANE_NOEXCEPT;
+
+/* Major and minor number from a sysfs "dev" file; both -1 on failure. "failed to read contents of %s",
+ * "failed to read device id from '%s'". */
+int read_device_id(const char *path, int32_t *major, int32_t *minor) TORVANE_NOEXCEPT;
+
+/* 1 when the block device NAME has this device number, else 0. */
+int has_same_device_id(const char *name, uint32_t major, uint32_t minor) TORVANE_NOEXCEPT;
+
+/* ---- Device names (category sysfs) --------------------------------------------------------------- */
+
+/* The kernel name of the disk with this device number, or of the disk that holds the partition with it;
+ * heap string, null on failure. */
+char *get_name_from_device_id(uint32_t major, uint32_t minor) TORVANE_NOEXCEPT;
+
+/* The SCSI generic node of a block device: its length, 0 when it has none, -1 on failure. */
+int get_scsi_generic_name(const char *path, size_t size, char *buffer) TORVANE_NOEXCEPT;
+
+/* The same as a heap string; a device without a generic node is a failure here. */
+int allocate_scsi_generic_name(const char *path, char **name) TORVANE_NOEXCEPT;
+
+/* The block device of a SCSI generic node: its length; 0 when the path is no generic node or the link is
+ * missing; -1 on failure. */
+int get_name_from_generic(const char *path, size_t size, char *buffer) TORVANE_NOEXCEPT;
+
+/* The path that a descriptor is open on, cut to size - 1 characters: its full length, or -1. */
+int get_name_from_fd(int fd, char *buffer, size_t size) TORVANE_NOEXCEPT;
+
+/* The file-system UUID that the device manager (udev) knows for the first block device whose name begins
+ * with `name`: 1 found (the UUID, or null without one, in the place), 0 no such device, -1 failure. */
+int get_file_system_id(const char *name, char **id) TORVANE_NOEXCEPT;
+
+/* 1 when the device carries a file system with a UUID, 0 when not or when `enable` is 0, -1 on failure.
+ * `partition_names` is not used. */
+int check_bad_filesystem(const char *name, const char *const *partition_names, int32_t enable) TORVANE_NOEXCEPT;
+
+/* ---- SCSI commands ------------------------------------------------------------------------------- */
+
+/* Fills a record: six command bytes, the command's length, the direction (SG_DXFER_*), the data buffer. */
+void setup_scsi_cmd(ScsiCommand *command, unsigned char byte0, unsigned char byte1, unsigned char byte2,
+                    unsigned char byte3, unsigned char byte4, unsigned char byte5, uint64_t cdb_length,
+                    int32_t direction, uint64_t data_length, void *data) TORVANE_NOEXCEPT;
+
+/* Sends the command (SG_IO, time-out 60 s): 0 good, 1 failed, 2 invalid operation code, 3 invalid field in
+ * CDB, 4 invalid field in parameter list, 5 unit attention, 6 not ready. A request that the kernel rejects
+ * outright counts as good and leaves the data untouched. */
+int send_scsi_cmd(int fd, ScsiCommand *command) TORVANE_NOEXCEPT;
+
+/* 1 when the bytes are sense data (SPC-4 clause 4.5), with its summary when a place is given; else 0. */
+int decode_sense(const unsigned char *sense, uint32_t count, SenseSummary *summary) TORVANE_NOEXCEPT;
+
+/* ---- Device identity (category identity) --------------------------------------------------------- */
+
+/* Device numbers, generic name, serial number and model of a device: 0, or the sum of -1 no generic name,
+ * -2 no serial number, -4 no model; -16 without device numbers. */
+int get_device_specification(int fd, const char *path, DeviceSpecification *specification) TORVANE_NOEXCEPT;
+
+/* Device numbers and kind from the descriptor, or from the path when the descriptor is below 1; -16 when
+ * there is neither. A failed stat is recorded, not returned. */
+int get_device_stat(int fd, const char *path, DeviceSpecification *specification) TORVANE_NOEXCEPT;
+
+/* The generic node of a device of this kind (below 1: found from the path): length of `sg_name`, 0 without
+ * one, -8 for a null path. */
+int get_generic_name(DeviceKind kind, const char *path, DeviceSpecification *specification) TORVANE_NOEXCEPT;
+
+/* The serial number: SCSI unit-serial-number page (SPC-4), else ATA identity, else USB. 0, or -2. */
+int get_device_serial_number(int fd, DeviceSpecification *specification) TORVANE_NOEXCEPT;
+
+/* The model: sysfs, else SCSI INQUIRY or ATA identity by kind. 0, or -4. */
+int get_device_model(int fd, DeviceSpecification *specification) TORVANE_NOEXCEPT;
+
+/* Takes the path as `device_name` when it has the device number of the record; else clears both names. */
+int verify_device_name(const char *path, DeviceSpecification *specification) TORVANE_NOEXCEPT;
+
+/* The block device path of a generic node into a buffer of 60 bytes; its length, or -1. */
+int get_device_name_from_generic(const char *path, char *buffer) TORVANE_NOEXCEPT;
+
+/* The generic node of a device path as a heap string. A SCSI disk without one yields 0 and no string. */
+int get_sg_name(const char *path, char **name) TORVANE_NOEXCEPT;
+
+/* Prints the record on standard output; printf's count. */
+int print_specification(const DeviceSpecification *specification) TORVANE_NOEXCEPT;
+
+/* Identity of a drive into its record: device numbers, kind, generic name, model, serial number. 0; 1 when
+ * the path cannot be opened; else the sum of -1 serial, -1 generic name, -4 model, -16 device numbers. */
+int get_drive_specification(const char *path, DriveRecord *drive) TORVANE_NOEXCEPT;
+
+/* The serial number as a heap string: USB, else SCSI unit-serial-number page, else ATA identity. 0, or -2
+ * with null in the place. */
+int get_drive_serial_number(int fd, const char *path, char **serial) TORVANE_NOEXCEPT;
+
+/* The model as a heap string. 0, or -4 with null in the place. */
+int get_drive_model(int fd, DeviceKind kind, const char *path, char **model) TORVANE_NOEXCEPT;
+
+/* The serial number, shortened where truncate_seagate_serial() says so for the model (null: it is read).
+ * 0, or -1 with null in the place. */
+int get_drive_serial(int fd, const char *path, const char *model, char **serial) TORVANE_NOEXCEPT;
+
+/* ---- Drive records and lists (category drive list) ----------------------------------------------- */
+
+/* A new record for a device path; release_drive(). Null on failure. */
+DriveRecord *init_drive(const char *name) TORVANE_NOEXCEPT;
+
+/* Makes a record, runs the readers that the options name (identity, geometry, defects, state, in this
+ * order) and appends it. A reader's failure stays in the record's result field. */
+int create_drive(DriveList *list, const char *name, DriveOptions options) TORVANE_NOEXCEPT;
+
+/* A nameless record of a USB device; the place holds null on failure. */
+int create_removable_drive(DriveRecord **drive, const MediaRecord *device) TORVANE_NOEXCEPT;
+
+/* A record of a RAID member drive in slot `index` of the list. Needs device, model, serial and location. */
+int create_raid_drive(DriveList *list, const RaidDrive *drive, uint32_t index) TORVANE_NOEXCEPT;
+
+/* A new record that takes over the source's strings and partitions. The source stays valid, and the
+ * caller's. Null on failure. */
+DriveRecord *move_drive(DriveRecord *source) TORVANE_NOEXCEPT;
+
+/* Frees a record, or every record of a list. `count` keeps its value: set it to 0 to use the list again. */
+int release_drive(DriveRecord *drive) TORVANE_NOEXCEPT;
+int release_drives(DriveList *list) TORVANE_NOEXCEPT;
+
+/* Adds `extra` null slots. */
+int resize_list(DriveList *list, uint32_t extra) TORVANE_NOEXCEPT;
+
+/* Appends a record, which the list then owns. 1 on success, -1 on failure. */
+int add_drive_to_list(DriveList *list, DriveRecord *drive) TORVANE_NOEXCEPT;
+
+/* Appends what move_drive() makes of the source. */
+int move_drive_to_list(DriveList *list, DriveRecord *source) TORVANE_NOEXCEPT;
+
+/* Appends a record of a USB device or of a RAID member drive. A failure may leave a null slot behind. The
+ * second returns 1 on success. */
+int add_removable_drive_to_list(const MediaRecord *device, DriveList *list) TORVANE_NOEXCEPT;
+int add_raid_drive_to_list(DriveList *list, const RaidDrive *drive) TORVANE_NOEXCEPT;
+
+/* 1 when a record has exactly this name, else 0. */
+int drive_in_list(const DriveList *list, const char *name) TORVANE_NOEXCEPT;
+
+/* Completes the first record whose name begins with the device's path: 1 matched, 0 not, -1 failure. With
+ * `replace_serial` 1 the record takes the device's serial and drops its own without freeing it. */
+int matches_drive(const ScsiDeviceInfo *device, DriveList *list, uint32_t replace_serial) TORVANE_NOEXCEPT;
+
+/* Appends every drive of get_drives() whose serial number begins with the text. 0 also without a match. */
+int get_drive_by_serial(DriveList *out, DriveOptions options, const char *serial) TORVANE_NOEXCEPT;
+
+/* get_drives() for one device path, or for the disk with one device number. */
+int get_drive(DriveList *list, DriveOptions options, const char *name) TORVANE_NOEXCEPT;
+int get_drive_by_id(DriveList *list, DriveOptions options, uint32_t major, uint32_t minor) TORVANE_NOEXCEPT;
+
+/* ---- Drive discovery (category drive list) ------------------------------------------------------- */
+
+/* The library's main entry: fills the list with the drives that the options and device paths name. What
+ * the list held is dropped, not released. All or nothing: on failure the list is empty; release_drives(). */
+int get_drives(DriveList *list, DriveOptions options, const char *const *names, uint32_t count) TORVANE_NOEXCEPT;
+
+/* The same for names that are already merged. */
+int get_drives_from_names(DriveList *list, DriveOptions options, const char *const *names,
+                          uint32_t count) TORVANE_NOEXCEPT;
+
+/* Device paths of the whole disks in /proc/partitions, or in an open file of that form; the name array is
+ * grown and goes back with release_drive_names(). */
+int read_drive_names_on_system(char ***names, uint32_t *count) TORVANE_NOEXCEPT;
+int read_names_from_file(FILE *file, char ***names, uint32_t *count) TORVANE_NOEXCEPT;
+
+/* 1 for a whole disk (start sector 0, no device-mapper device), else 0. */
+int is_drive(const char *path) TORVANE_NOEXCEPT;
+
+/* Appends a heap string, which the array then owns; it stays the caller's on failure. */
+int add_drive_name_to_list(char *name, char ***names, uint32_t *count) TORVANE_NOEXCEPT;
+
+/* Appends copies of the names that the array does not hold yet. */
+int add_names_to_list(char ***names, uint32_t *count, const char *const *added, uint32_t added_count) TORVANE_NOEXCEPT;
+
+int release_drive_names(char **names, uint32_t count) TORVANE_NOEXCEPT;
+
+/* Adds the member drives of the logical drive, or the member drive, that has this device name: how many
+ * records were added, 0 without a match, -1 on failure. */
+int resolve_to_raid(const char *name, DriveList *list, const RaidController *controllers,
+                    uint32_t count) TORVANE_NOEXCEPT;
+
+/* Adds all drives of a logical drive: their number, or -1. */
+int add_group_to_list(DriveList *list, const RaidDriveGroup *group) TORVANE_NOEXCEPT;
+
+/* Adds every RAID member drive that the list does not name yet. */
+int add_all_raid_drives(DriveList *list, const RaidController *controllers, uint32_t count) TORVANE_NOEXCEPT;
+
+/* Marks a record as software RAID (its name is in the array) or iSCSI (its model says so). */
+int resolve_to_special(DriveRecord *drive, const char *const *names, uint32_t count) TORVANE_NOEXCEPT;
+
+/* 1 when the name is in the array, else 0. */
+int resolve_to_sw_raid(const char *name, const char *const *names, uint32_t count) TORVANE_NOEXCEPT;
+
+/* 1 when the model begins with "IET VIRTUAL-DISK", else 0. */
+int is_iscsi(const char *model) TORVANE_NOEXCEPT;
+
+/* Appends the optical drives of /proc/sys/dev/cdrom/info, of an open file of that form, or one path. */
+int add_all_optical_drives(DriveList *list, DriveOptions options) TORVANE_NOEXCEPT;
+int get_optical_drives_from_file(FILE *file, DriveList *list, DriveOptions options) TORVANE_NOEXCEPT;
+int add_optical_drive_to_list(const char *path, DriveList *list, DriveOptions options) TORVANE_NOEXCEPT;
+
+/* ---- Type and status of USB drives --------------------------------------------------------------- */
+
+/* The DriveType of a ScsiType. */
+DriveType convert_to_drive_type(int type) TORVANE_NOEXCEPT;
+
+/* Sets `drive_type` and `status` from the devices behind the interface: of an adapter or of a drive,
+ * whichever its status says. */
+int set_removable_drive_attributes(DriveRecord *drive, const MediaRecord *device) TORVANE_NOEXCEPT;
+void set_adapter_status(DriveRecord *drive, const MediaRecord *device) TORVANE_NOEXCEPT;
+void set_removable_drive_status(DriveRecord *drive, const MediaRecord *device) TORVANE_NOEXCEPT;
+
+/* ---- Geometry, partitions (category geometry), defect lists (category defects) ------------------- */
+
+/* Bytes per logical block (BLKSSZGET). The place holds 0 on failure. 0, or -1. */
+int get_block_size(int fd, uint64_t *size) TORVANE_NOEXCEPT;
+
+/* Logical blocks of `block_size` bytes (0: it is read), or 512-byte sectors where the device tells only
+ * those. The place holds 0 on failure. 0, or -2. */
+int get_number_of_blocks(int fd, uint64_t block_size, uint64_t *count) TORVANE_NOEXCEPT;
+
+/* Start within the disk in 512-byte sectors: 0 for whole disks. The place holds 0 on failure. 0, or -4. */
+int get_device_start(int fd, const char *path, uint64_t *start) TORVANE_NOEXCEPT;
+
+/* Rotations per minute (SBC-3, Block Device Characteristics page); -1 in the place when unknown, solid
+ * state included. 0, or -8. */
+int get_device_rotation(int fd, const char *path, int32_t *rotation) TORVANE_NOEXCEPT;
+
+/* The partitions that follow the disk in /proc/partitions. 0, or -16. */
+int get_partitions(const char *path, PartitionList *partitions) TORVANE_NOEXCEPT;
+
+/* The same for a kernel name, and for an open file of that form. 0, or -1. */
+int get_partition(const char *name, PartitionList *partitions) TORVANE_NOEXCEPT;
+int parse_partition(FILE *file, const char *name, PartitionList *partitions) TORVANE_NOEXCEPT;
+
+/* Appends one partition: kernel name, size in 1024-byte blocks. `entries` is the address of the list's. */
+int add_partition(const char *name, uint64_t blocks, PartitionList *partitions,
+                  PartitionRecord **entries) TORVANE_NOEXCEPT;
+
+/* Counts a disk's partitions and stores their sizes in the caller's array, which must have room for all.
+ * 0, or -16. */
+int get_partition_information(const char *path, DeviceGeometry *geometry) TORVANE_NOEXCEPT;
+
+/* All of the above: the sum of the results, 1 when the path cannot be opened; for a device also -32 when
+ * the block size cannot be read in a second try and -64 without a device name. */
+int get_drive_geometry(const char *path, DriveRecord *drive) TORVANE_NOEXCEPT;
+int get_device_geometry(int fd, const char *path, DeviceGeometry *geometry) TORVANE_NOEXCEPT;
+
+/* Prints the record on standard output; the last printf's count. */
+int print_geometry(const DeviceGeometry *geometry) TORVANE_NOEXCEPT;
+
+/* Entries and bytes of the primary and the grown defect list (SBC-3, READ DEFECT DATA): 0, or the sum of
+ * -1 primary, -2 grown; 1 when the drive's path cannot be opened. */
+int get_drive_defects(const char *path, DriveRecord *drive) TORVANE_NOEXCEPT;
+int get_device_defects(int fd, const char *path, DefectCounts *defects) TORVANE_NOEXCEPT;
+int print_defects(const DefectCounts *defects) TORVANE_NOEXCEPT;
+
+/* ---- Software RAID and partition names (category raid) ------------------------------------------- */
+
+/* Device paths of the md arrays in /proc/mdstat, each followed by its partitions; free with
+ * release_partition_names(). 0 and no name when there is no /proc/mdstat. */
+int get_sw_raid_names(char ***names, uint32_t *count) TORVANE_NOEXCEPT;
+
+/* Kernel names of a disk's partitions. What a failure leaves is released the same way. */
+int get_partition_names(char ***names, uint32_t *count, const char *disk) TORVANE_NOEXCEPT;
+void release_partition_names(char **names, uint32_t *count) TORVANE_NOEXCEPT;
+
+/* 1 when the kernel name is a partition, 0 when not, -1 on failure. */
+int is_partition(const char *name) TORVANE_NOEXCEPT;
+
+/* The name of a partition's disk (trailing digits cut), any other name unchanged: in place, or as a heap
+ * string. */
+int get_device_name_from_partition(char *name) TORVANE_NOEXCEPT;
+char *get_device_name_from_partition_new(const char *name) TORVANE_NOEXCEPT;
+
+/* ---- Later sections go above this line ----------------------------------------------------------- */
+
+#if defined(__GNUC__) || defined(__clang__)
+#pragma GCC visibility pop
+#endif
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,164 @@
+#include "foundation/sysfs.h"
+
+#include "foundation/errors.h"
+#include "foundation/text.h"
+#include "torvane.h"
+
+#include <algorithm>
+#include <cstring>
+
+using namespace torvane;
+
+namespace torvane {
+
+constexpr const char *kDigits = "1234567890";
+
+int first_digit_index(const char *name) noexcept {
+    if (name == nullptr) return -1;
+    const size_t index = std::strcspn(name, kDigits);
+    return name[index] == '\0' ? -1 : static_cast<int>(index);
+}
+
+CString disk_name_prefix(const char *name) noexcept {
+    CString prefix(duplicate_nstr(name, std::strcspn(name, kDigits)));
+    if (!prefix) fail(kSysfs, "failed to allocate device name");
+    return prefix;
+}
+
+} // namespace torvane
+
+namespace {
+
+constexpr size_t kValueSize = 168; // the longest attribute text and its terminator
+constexpr size_t kPathSize = 150;
+constexpr size_t kLongPathSize = 4096;
+
+File open_attribute(const char *path) noexcept {
+    File file(std::fopen(path, "r"));
+    if (!file) fail(kSysfs, "failed to open '%s'", path);
+    return file;
+}
+
+bool is_generic(const char *name, int generic) noexcept { return generic != 0 || begins_with(name, "sg"); }
+
+// /dev/sda12 is looked up below the directory sda1: the first digit stays with the disk's name.
+void format_attribute_path(char (&path)[kPathSize], const char *name, const char *attribute, int generic,
+                           int partition) noexcept {
+    if (is_generic(name, generic)) {
+        std::snprintf(path, kPathSize, "%s/%s/device/%s", kSysGeneric, name, attribute);
+        return;
+    }
+    constexpr int kDirectoryLength = 7;
+    const int digit = first_digit_index(name);
+    const int kept = std::min(digit + 1, kDirectoryLength);
+    if (digit < 0) {
+        std::snprintf(path, kPathSize, "%s/%s/device/%s", kSysBlock, name, attribute);
+    } else if (partition != 0) {
+        std::snprintf(path, kPathSize, "%s/%.*s/%s/%s", kSysBlock, kept, name, name, attribute);
+    } else {
+        std::snprintf(path, kPathSize, "%s/%.*s/device/%s", kSysBlock, kept, name, attribute);
+    }
+}
+
+// The newer form of the same path. False without memory or when it cannot be formatted.
+bool format_value_path(char (&path)[kLongPathSize], const char *name, const char *attribute, int generic,
+                       int partition) noexcept {
+    const size_t length = std::strlen(attribute);
+    const auto limit = [](size_t size) noexcept { return std::min(size, kLongPathSize); };
+    const int digit = first_digit_index(name);
+    if (is_generic(name, generic)) {
+        return std::snprintf(path, limit(std::strlen(name) + length + 33), "%s/%s/device/%s", kSysGeneric, name,
+                             attribute) >= 0;
+    }
+    const bool of_partition = digit >= 1 && partition != 0;
+    const bool named_by_letters = digit > 0 && (contains(name, "sd") || contains(name, "hd"));
+    const CString disk = of_partition || named_by_letters ? disk_name_prefix(name) : CString(duplicate_str(name));
+    if (!disk) return false;
+    if (of_partition) {
+        // One byte short of the text, which costs the attribute its last character: callers that ask for a
+        // partition's attribute have always been answered "no such file" here, and rely on it.
+        const size_t size = std::strlen(disk.get()) + std::strlen(name) + length + 13;
+        return std::snprintf(path, limit(size), "%s/%s/%s/%s", kSysBlock, disk.get(), name, attribute) >= 0;
+    }
+    return std::snprintf(path, limit(std::strlen(name) + length + 20), "%s/%s/device/%s", kSysBlock, disk.get(),
+                         attribute) >= 0;
+}
+
+} // namespace
+
+int read_value_from_sys_file(const char *path, const char *format, void *place) noexcept {
+    if (path == nullptr || format == nullptr || place == nullptr) return -1;
+    const File file = open_attribute(path);
+    if (!file) return -1;
+    return std::fscanf(file.get(), format, place) < 1 ? -1 : 0;
+}
+
+int allocate_value_from_sys_file(const char *path, const char *format, char **value) noexcept {
+    if (path == nullptr || format == nullptr || value == nullptr) return -1;
+    const File file = open_attribute(path);
+    if (!file) return -1;
+    // The caller's format has no bound of its own, so no more is scanned than the text has room for.
+    char bytes[kValueSize - 1];
+    const size_t length = std::fread(bytes, 1, sizeof bytes, file.get());
+    if (length == 0) return -1;
+    const File bounded(fmemopen(bytes, length, "r"));
+    char text[kValueSize] = "";
+    if (!bounded || std::fscanf(bounded.get(), format, text) < 1) return -1;
+    char *copy = duplicate_str(text);
+    if (copy == nullptr) return -1;
+    *value = copy;
+    return 0;
+}
+
+int get_value_from_sys(const char *path, const char *attribute, const char *format, int generic, int partition,
+                       void *place) noexcept {
+    if (path == nullptr || attribute == nullptr) return -1;
+    const size_t size = std::strlen(path) + 2;
+    const CString name(static_cast<char *>(std::calloc(1, size)));
+    if (!name || get_last_token(path, "/", size, name.get()) < 0) return -1;
+    char attribute_path[kPathSize];
+    format_attribute_path(attribute_path, name.get(), attribute, generic, partition);
+    return read_value_from_sys_file(attribute_path, format, place);
+}
+
+int _get_value_from_sys(const char *path, const char *attribute, const char *format, int generic, int partition,
+                        char **value) noexcept {
+    if (path == nullptr || attribute == nullptr) return -1;
+    char *token = nullptr;
+    if (allocate_last_token(path, "/", &token) < 0) return -1;
+    const CString name(token);
+    char attribute_path[kLongPathSize];
+    if (!format_value_path(attribute_path, name.get(), attribute, generic, partition)) return -1;
+    return allocate_value_from_sys_file(attribute_path, format, value);
+}
+
+int read_device_id(const char *path, int32_t *major, int32_t *minor) noexcept {
+    if (major == nullptr || minor == nullptr) return -1;
+    *major = -1;
+    *minor = -1;
+    if (path == nullptr) return -1;
+    char *line = nullptr;
+    if (allocate_value_from_sys_file(path, kWholeLine, &line) != 0) {
+        return fail(kSysfs, "failed to read contents of %s", path);
+    }
+    const CString text(line);
+    int32_t numbers[2];
+    if (std::sscanf(line, "%d:%d", &numbers[0], &numbers[1]) < 2) {
+        return fail(kSysfs, "failed to read device id from '%s'", line);
+    }
+    *major = numbers[0];
+    *minor = numbers[1];
+    return 0;
+}
+
+int has_same_device_id(const char *name, uint32_t major, uint32_t minor) noexcept {
+    if (name == nullptr) return 0;
+    const CString path = make_text("%s/%s/%s", kSysClassBlock, name, "dev");
+    if (!path) {
+        fail(kSysfs, "failed to allocate device path");
+        return 0;
+    }
+    int32_t numbers[2];
+    if (read_device_id(path.get(), &numbers[0], &numbers[1]) != 0) return 0;
+    return static_cast<uint32_t>(numbers[0]) == major && static_cast<uint32_t>(numbers[1]) == minor ? 1 : 0;
+}

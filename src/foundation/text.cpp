@@ -1,0 +1,72 @@
+#include "foundation/text.h"
+
+#include "torvane.h"
+
+#include <cmath>
+#include <cstdarg>
+#include <cstdint>
+
+namespace torvane {
+namespace {
+
+// A heap string of exactly `size` bytes; null when the text is any shorter or longer.
+char *format_exactly(size_t size, const char *format, va_list arguments) noexcept {
+    CString text(static_cast<char *>(std::calloc(1, size)));
+    if (!text) return nullptr;
+    const int length = std::vsnprintf(text.get(), size, format, arguments);
+    return length >= 0 && static_cast<size_t>(length) + 1 == size ? text.release() : nullptr;
+}
+
+} // namespace
+
+CString make_text(const char *format, ...) noexcept {
+    va_list arguments;
+    va_start(arguments, format);
+    va_list measured;
+    va_copy(measured, arguments);
+    const int length = std::vsnprintf(nullptr, 0, format, measured);
+    va_end(measured);
+    CString text(length < 0 ? nullptr : format_exactly(static_cast<size_t>(length) + 1, format, arguments));
+    va_end(arguments);
+    return text;
+}
+
+} // namespace torvane
+
+using namespace torvane;
+
+int dupnprintf(char **out, size_t size, const char *format, ...) noexcept {
+    if (out == nullptr) return -1;
+    *out = nullptr;
+    if (format == nullptr) return -1;
+    va_list arguments;
+    va_start(arguments, format);
+    *out = format_exactly(size, format, arguments);
+    va_end(arguments);
+    return *out == nullptr ? -1 : 0;
+}
+
+char *duplicate_str(const char *string) noexcept { return string == nullptr ? nullptr : strdup(string); }
+
+char *duplicate_nstr(const char *string, size_t n) noexcept {
+    if (string == nullptr || n == SIZE_MAX) return nullptr;
+    char *copy = static_cast<char *>(std::calloc(n + 1, 1));
+    if (copy != nullptr) std::memcpy(copy, string, strnlen(string, n));
+    return copy;
+}
+
+int intlen(int32_t number) noexcept {
+    if (number == 0) return 1;
+    return static_cast<int>(std::floor(std::log10(std::fabs(static_cast<double>(number))))) + 1;
+}
+
+int is_blank(const char *string) noexcept {
+    return string != nullptr && string[std::strspn(string, " \t\n")] == '\0' ? 1 : 0;
+}
+
+int ends_with(const char *string, const char *suffix) noexcept {
+    if (string == nullptr || suffix == nullptr) return 0;
+    const size_t length = std::strlen(string);
+    const size_t tail = std::strlen(suffix);
+    return tail <= length && equal(string + length - tail, suffix) ? 1 : 0;
+}

@@ -1,0 +1,82 @@
+#include "foundation/text.h"
+#include "torvane.h"
+
+#include <cctype>
+#include <cstring>
+
+using namespace torvane;
+
+namespace {
+
+bool is_space(char c) noexcept { return std::isspace(static_cast<unsigned char>(c)) != 0; }
+bool is_digit(char c) noexcept { return std::isdigit(static_cast<unsigned char>(c)) != 0; }
+
+struct Kept {
+    size_t start;
+    size_t length;
+};
+
+// Index 0 never counts as trailing and the last index never as leading, so a lone blank is kept.
+Kept trimmed(const char *string) noexcept {
+    const size_t length = std::strlen(string);
+    if (length == 0) return {0, 0};
+    size_t lead = 0;
+    while (lead < length - 1 && is_space(string[lead])) ++lead;
+    size_t end = length;
+    while (end > 1 && is_space(string[end - 1])) --end;
+    return end > lead ? Kept{lead, end - lead} : Kept{0, 0};
+}
+
+void keep(const char *source, Kept kept, char *destination) noexcept {
+    std::memmove(destination, source + kept.start, kept.length);
+    destination[kept.length] = '\0';
+}
+
+size_t length_without_digits(const char *string) noexcept {
+    size_t length = std::strlen(string);
+    while (length > 0 && is_digit(string[length - 1])) --length;
+    return length;
+}
+
+} // namespace
+
+int trim(const char *source, char *destination) noexcept {
+    if (source == nullptr || destination == nullptr) return -1;
+    keep(source, trimmed(source), destination);
+    return 0;
+}
+
+int trim_in_place(char *string) noexcept { return trim(string, string); }
+
+char *trim_new(const char *string) noexcept {
+    if (string == nullptr) return nullptr;
+    const Kept kept = trimmed(string);
+    return duplicate_nstr(string + kept.start, kept.length);
+}
+
+char *truncate_numbers_new(const char *string) noexcept {
+    return string == nullptr ? nullptr : duplicate_nstr(string, length_without_digits(string));
+}
+
+int truncate_numbers(const char *source, char *destination) noexcept {
+    if (source == nullptr || destination == nullptr) return -1;
+    const size_t kept = length_without_digits(source);
+    std::memmove(destination, source, kept);
+    // The terminator lands one past the kept text: callers hand in zeroed buffers and rely on the byte before it.
+    destination[kept + 1] = '\0';
+    return 0;
+}
+
+int truncate_numbers_in_place(char *string) noexcept {
+    if (string == nullptr) return -1;
+    const size_t kept = length_without_digits(string);
+    std::memset(string + kept, 0, std::strlen(string) - kept);
+    return 0;
+}
+
+void truncate_seagate_serial(char *serial, const char *model) noexcept {
+    constexpr size_t kLongSerial = 20; // the drive's 8 characters, "0000", and its board's number
+    constexpr size_t kShortSerial = 8;
+    if (serial == nullptr || model == nullptr || std::strlen(serial) != kLongSerial) return;
+    if (begins_with(model, "SEAGATE") && begins_with(serial + kShortSerial, "0000")) serial[kShortSerial] = '\0';
+}
