@@ -39,7 +39,7 @@ void *const kRemoved = &blocks;
 
 size_t first_slot(const void *block) { return (reinterpret_cast<uintptr_t>(block) >> 4) % kMostBlocks; }
 
-void note(void *block) {
+[[maybe_unused]] void note(void *block) {
     if (!sweep.counting || block == nullptr || live_blocks > kMostBlocks / 2) return;
     size_t slot = first_slot(block);
     while (blocks[slot] != nullptr && blocks[slot] != kRemoved) slot = (slot + 1) % kMostBlocks;
@@ -47,7 +47,7 @@ void note(void *block) {
     ++live_blocks;
 }
 
-void forget(const void *block) {
+[[maybe_unused]] void forget(const void *block) {
     if (!tracking || block == nullptr) return;
     for (size_t slot = first_slot(block); blocks[slot] != nullptr; slot = (slot + 1) % kMostBlocks) {
         if (blocks[slot] != block) continue;
