@@ -80,7 +80,8 @@ void sweep_all(Step kind, const SweptCall &call, const SweptCheck &check) {
     check(call(), false);
     for (const bool for_good : {false, true}) {
         long steps = 0;
-        while (run(call, check, kind, steps, for_good) && !testing::Test::HasFailure()) {
+        while (run(call, check, kind, steps, for_good)) {
+            if (testing::Test::HasFailure()) return;
             ASSERT_LT(++steps, kMostSteps) << "the call never comes to an end";
         }
         ASSERT_GT(steps, 0) << "the call has nothing that could fail";
@@ -103,6 +104,11 @@ bool fails_now(Step step) {
 
 Uncounted::Uncounted() : counted_(sweep.counting) { sweep.counting = false; }
 Uncounted::~Uncounted() { sweep.counting = counted_; }
+
+void expect_swept(int result, bool failed, int success, int failure) {
+    EXPECT_TRUE(result == success || (failed && result == failure))
+        << result << (failed ? " after" : " without") << " a failed step";
+}
 
 void sweep_allocations(const SweptCall &call, const SweptCheck &check) {
     if (TORVANE_OWN_HEAP) return sweep_all(Step::kAllocation, call, check);
