@@ -687,6 +687,60 @@ int is_partition(const char *name) TORVANE_NOEXCEPT;
 int get_device_name_from_partition(char *name) TORVANE_NOEXCEPT;
 char *get_device_name_from_partition_new(const char *name) TORVANE_NOEXCEPT;
 
+/* ---- Watching files ------------------------------------------------------------------------------ */
+
+struct inotify_event;
+
+/* One watched directory; the path is owned. */
+typedef struct Watch {
+    int wd; /* inotify watch descriptor, -1 once removed */
+    char *path;
+} Watch;
+
+/* A watched directory tree. */
+typedef struct FileMonitor {
+    int fd; /* inotify instance */
+    uint32_t watch_count;
+    Watch *watches;
+} FileMonitor;
+
+/* Watches a directory and every directory below it whose name does not begin with ".", for files that are
+ * created or closed after writing and for watched directories that are deleted. Directories that appear
+ * later are not watched unless they are added. Null on failure; release_monitor(). These functions set no
+ * error text. */
+FileMonitor *monitor_directory(const char *directory) TORVANE_NOEXCEPT;
+void release_monitor(FileMonitor *monitor) TORVANE_NOEXCEPT;
+
+/* Adds a directory tree, one directory, or the watch descriptor of one that the caller watches already. */
+int add_watches(FileMonitor *monitor, const char *directory) TORVANE_NOEXCEPT;
+int add_watch(FileMonitor *monitor, const char *path) TORVANE_NOEXCEPT;
+int add_watch_fd(FileMonitor *monitor, const char *path, int wd) TORVANE_NOEXCEPT;
+
+/* The watch with this descriptor; it belongs to the monitor and moves when watches are added or removed. */
+Watch *get_watch(FileMonitor *monitor, int wd) TORVANE_NOEXCEPT;
+
+/* Ends the watch that has the same descriptor as the given one. */
+int remove_watch(FileMonitor *monitor, Watch *watch) TORVANE_NOEXCEPT;
+
+/* Reads events into a zeroed heap buffer of 272 bytes, of which the first event counts; release_event(). */
+struct inotify_event *read_event(int fd) TORVANE_NOEXCEPT;
+void release_event(struct inotify_event *event) TORVANE_NOEXCEPT;
+
+/* Waits without limit for the monitor's next event; null on failure, and as soon as `cancel_fd` is readable
+ * (up to 272 bytes of it are consumed). Descriptors must be below 1024. */
+struct inotify_event *wait_for_event(FileMonitor *monitor, int cancel_fd) TORVANE_NOEXCEPT;
+
+/* Waits until an event comes whose name begins with `name`: 0 seen, 1 time-out, -1 failure. The time-out is
+ * that of the whole wait. The second form watches a directory for the events of an inotify mask. */
+int wait_for_file_event(int inotify_fd, const char *name, uint32_t timeout_seconds) TORVANE_NOEXCEPT;
+int wait_for_file_event_type(const char *directory, const char *name, uint32_t timeout_seconds,
+                             uint32_t mask) TORVANE_NOEXCEPT;
+
+/* Wait until the file is gone, or is there: 0, or -1 for a failure or a time-out. A change that falls
+ * between the first look and the start of the watch is missed. */
+int wait_till_file_is_deleted(const char *directory, const char *name, uint32_t timeout_seconds) TORVANE_NOEXCEPT;
+int wait_till_file_is_created(const char *directory, const char *name, uint32_t timeout_seconds) TORVANE_NOEXCEPT;
+
 /* ---- Later sections go above this line ----------------------------------------------------------- */
 
 #if defined(__GNUC__) || defined(__clang__)
