@@ -1,0 +1,112 @@
+#include "foundation/errors.h"
+#include "foundation/text.h"
+#include "identity/device_kind.h"
+#include "identity/generic_name.h"
+#include "torvane.h"
+
+#include <fcntl.h>
+
+using namespace torvane;
+
+namespace {
+
+constexpr int kNoGenericName = -1;
+constexpr int kNoSerial = -2;
+constexpr int kNoModel = -4;
+constexpr int kNoDeviceNumbers = -16;
+
+void replace(char *&text, char *by) noexcept {
+    std::free(text);
+    text = by;
+}
+
+// Generic name, model and serial of an open drive: the sum of their penalties.
+int read_identity(int fd, const char *path, DriveRecord &drive) noexcept {
+    char *generic = nullptr;
+    char *model = nullptr;
+    char *serial = nullptr;
+    int result = select_generic_name(drive.device_type, path, &generic);
+    replace(drive.generic_name, generic);
+    result += get_drive_model(fd, drive.device_type, path, &model);
+    replace(drive.model, model);
+    result += get_drive_serial(fd, path, drive.model, &serial);
+    replace(drive.serial, serial);
+    return result;
+}
+
+} // namespace
+
+int get_device_stat(int fd, const char *path, DeviceSpecification *specification) noexcept {
+    if (specification == nullptr) return kNoDeviceNumbers;
+    if (fd < 1 && path == nullptr) {
+        fail(kIdentity, "invalid file descriptor or device name");
+        return kNoDeviceNumbers;
+    }
+    // A failed stat is only recorded: the numbers then come from what the record already holds.
+    if (fd < 1) {
+        if (lstat(path, &specification->stat) != 0) fail(kIdentity, "lstat failed");
+    } else if (fstat(fd, &specification->stat) != 0) {
+        fail(kIdentity, "fstat failed");
+    }
+    const DeviceIdentity identity = identity_of(specification->stat.st_rdev);
+    specification->major = static_cast<uint32_t>(identity.major);
+    specification->minor = static_cast<uint32_t>(identity.minor);
+    specification->type = identity.kind;
+    return 0;
+}
+
+int get_device_specification(int fd, const char *path, DeviceSpecification *specification) noexcept {
+    if (specification == nullptr) return kNoDeviceNumbers;
+    const int active = validate_fd(fd, path);
+    if (get_device_stat(active, path, specification) != 0) return kNoDeviceNumbers;
+    if (path != nullptr) copy_text(specification->device_name, path);
+    int result = get_generic_name(specification->type, path, specification) < 1 ? kNoGenericName : 0;
+    if (get_device_serial_number(active, specification) != 0) result += kNoSerial;
+    if (get_device_model(active, specification) != 0) result += kNoModel;
+    close_valid_fd(fd, active);
+    return result;
+}
+
+int verify_device_name(const char *path, DeviceSpecification *specification) noexcept {
+    if (path == nullptr || specification == nullptr) return -1;
+    struct stat status {};
+    if (lstat(path, &status) != 0) {
+        fail(kIdentity, "lstat failed");
+    } else {
+        const DeviceIdentity identity = identity_of(status.st_rdev);
+        if (static_cast<uint32_t>(identity.major) == specification->major &&
+            static_cast<uint32_t>(identity.minor) == specification->minor) {
+            copy_text(specification->device_name, path);
+            return 0;
+        }
+        fail(kIdentity, "'%s' does not match file descriptor supplied", specification->device_name);
+    }
+    specification->device_name[0] = '\0';
+    specification->sg_name[0] = '\0';
+    return -1;
+}
+
+int print_specification(const DeviceSpecification *specification) noexcept {
+    if (specification == nullptr) return -1;
+    return std::printf("Device Name:    %s\nDevice SG Name: %s\nDevice Model:   %s\nSerial Number:  %s\n"
+                       "Major Number:   %d\nMinor Number:   %d\nType:           %d\n",
+                       specification->device_name, specification->sg_name, specification->model, specification->serial,
+                       static_cast<int>(specification->major), static_cast<int>(specification->minor),
+                       specification->type);
+}
+
+int get_drive_specification(const char *path, DriveRecord *drive) noexcept {
+    if (path == nullptr || drive == nullptr) return 1;
+    const Descriptor device(open(path, O_RDONLY | O_NONBLOCK));
+    if (!device) {
+        fail(kIdentity, "failed to open '%s'", path);
+        return 1;
+    }
+    DeviceIdentity identity{};
+    const int result = stat_device_kind(device.get(), identity);
+    if (result != 0) return result;
+    drive->major = identity.major;
+    drive->minor = identity.minor;
+    drive->device_type = identity.kind;
+    return read_identity(device.get(), path, *drive);
+}
