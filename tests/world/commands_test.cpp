@@ -1,0 +1,135 @@
+#include "world.h"
+
+#include "torvane.h"
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+
+using namespace torvane::world;
+
+namespace {
+
+using Commands = WorldTest;
+
+// What a stream gives to its end; closes it.
+std::string drained(FILE *stream) {
+    std::string text;
+    for (int c = fgetc(stream); c != EOF; c = fgetc(stream)) text += static_cast<char>(c);
+    fclose(stream);
+    return text;
+}
+
+int status_of(pid_t child) {
+    int status = -1;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    return status;
+}
+
+TEST_F(Commands, DescriptorsAreTakenOrOpenedAndOnlyOpenedOnesClosed) {
+    world.file("/dev/sda", "x");
+    EXPECT_EQ(validate_fd(5, nullptr), 5);
+    EXPECT_EQ(validate_fd(-1, nullptr), -1);
+    EXPECT_EQ(validate_fd(-1, "/dev/sdb"), -1);
+    for (const int none : {0, -1}) {
+        const int fd = validate_fd(none, "/dev/sda");
+        ASSERT_GT(fd, 0);
+        EXPECT_EQ(fcntl(fd, F_GETFL) & O_ACCMODE, O_RDONLY);
+        EXPECT_EQ(close_valid_fd(7, fd), fd) << "the caller's own stays open";
+        EXPECT_NE(fcntl(fd, F_GETFD), -1);
+        EXPECT_EQ(close_valid_fd(none, fd), 0);
+        EXPECT_EQ(fcntl(fd, F_GETFD), -1);
+    }
+    EXPECT_EQ(close_valid_fd(-1, -1), -1);
+    EXPECT_EQ(close_valid_fd(-1, 0), 0);
+}
+
+TEST_F(Commands, ADeviceOpenedAsDescriptor0IsNone) {
+    world.file("/dev/sda", "x");
+    const int kept = dup(STDIN_FILENO);
+    close(STDIN_FILENO);
+    EXPECT_EQ(validate_fd(-1, "/dev/sda"), -1);
+    EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1) << "left open";
+    dup2(kept, STDIN_FILENO);
+    close(kept);
+}
+
+TEST_F(Commands, FilesAreWrittenWholeOrFail) {
+    world.file("/sys/bind", "longer than before");
+    EXPECT_EQ(write_to_file("/sys/bind", "1"), 0);
+    EXPECT_EQ(read_file("/sys/bind"), "1");
+    EXPECT_EQ(write_to_file("/sys/new", ""), 0);
+    EXPECT_EQ(read_file("/sys/new"), "");
+    EXPECT_EQ(write_to_file("/dev/full", "1"), -1) << "refused by the kernel";
+    EXPECT_EQ(write_to_file("/sys/none/bind", "1"), -1);
+    EXPECT_EQ(write_to_file("/sys", "1"), -1);
+    EXPECT_EQ(write_to_file(nullptr, "1"), -1);
+    EXPECT_EQ(write_to_file("/sys/bind", nullptr), -1);
+    EXPECT_EQ(read_file("/sys/bind"), "1");
+}
+
+TEST_F(Commands, Existence) {
+    world.file("/dev/sda", "");
+    EXPECT_EQ(file_exists("/dev/sda"), 1);
+    EXPECT_EQ(file_exists("/dev/sdb"), 0);
+    EXPECT_EQ(file_exists(nullptr), 0);
+    EXPECT_EQ(device_exists("sda"), 1);
+    EXPECT_EQ(device_exists("sdb"), 0);
+    EXPECT_EQ(device_exists(std::string(5000, 'x').c_str()), 0);
+    EXPECT_EQ(device_exists(nullptr), -1);
+}
+
+TEST_F(Commands, StreamsReachTheChild) {
+    world.program("arcconf", "read line; echo \"got $line\"; echo oops >&2; exit 3");
+    FILE *input = nullptr;
+    FILE *output = nullptr;
+    FILE *error = nullptr;
+    const pid_t child = execute("arcconf", &input, &output, &error);
+    ASSERT_GT(child, 0);
+    fputs("hello\n", input);
+    fclose(input);
+    EXPECT_EQ(drained(output), "got hello\n");
+    EXPECT_EQ(drained(error), "oops\n");
+    EXPECT_EQ(WEXITSTATUS(status_of(child)), 3);
+}
+
+TEST_F(Commands, UnwantedOutputNeitherBlocksNorKills) {
+    const pid_t child = execute("i=0; while [ $i -lt 3000 ]; do echo 'a line that fills the pipe in time'; "
+                                "echo more >&2; i=$((i+1)); done; exit 5",
+                                nullptr, nullptr, nullptr);
+    EXPECT_EQ(WEXITSTATUS(status_of(child)), 5);
+    EXPECT_EQ(WTERMSIG(status_of(execute("kill -9 $$", nullptr, nullptr, nullptr))), SIGKILL);
+    EXPECT_EQ(WEXITSTATUS(status_of(execute("no-such-command", nullptr, nullptr, nullptr))), 127);
+    EXPECT_EQ(execute(nullptr, nullptr, nullptr, nullptr), -1);
+}
+
+TEST_F(Commands, AMachineThatCannotForkEndsTheProcess) {
+    EXPECT_EXIT(
+        {
+            answers().fork = [] { return -1; };
+            execute("true", nullptr, nullptr, nullptr);
+        },
+        testing::ExitedWithCode(1), "");
+}
+
+TEST_F(Commands, FailuresInTheirPlacesLeaveNothing) {
+    FILE *output = nullptr;
+    pid_t child = -1;
+    const auto call = [&] { return child = execute("exit 0", nullptr, &output, nullptr); };
+    const auto check = [&](int result, bool failed) {
+        EXPECT_GT(result, 0);
+        EXPECT_EQ(output == nullptr, failed) << "a stream that cannot be made is no stream";
+        if (output != nullptr) fclose(output);
+        status_of(child);
+    };
+    sweep_allocations(call, check);
+    sweep_system_calls(call, check);
+    sweep_allocations([] { return device_exists("null"); },
+                      [](int result, bool failed) { EXPECT_EQ(result, failed ? -1 : 1); });
+    const auto write = [] { return write_to_file("/sys/bind", "1"); };
+    sweep_system_calls(write, [](int result, bool failed) { EXPECT_EQ(result, failed ? -1 : 0); });
+}
+
+} // namespace

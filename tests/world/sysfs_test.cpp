@@ -1,0 +1,147 @@
+#include "world.h"
+
+#include "torvane.h"
+
+#include <array>
+
+using namespace torvane::world;
+
+namespace {
+
+using Sysfs = WorldTest;
+
+constexpr const char *kLine = "%[^\n]";
+
+struct AttributeCase {
+    const char *path;
+    const char *attribute;
+    int generic;
+    int partition;
+    const char *file;
+};
+
+TEST_F(Sysfs, AttributesAreSoughtInTheirDirectory) {
+    const AttributeCase cases[] = {
+        {"/dev/sda", "model", 0, 0, "/sys/block/sda/device/model"},
+        {"sda", "model", 0, 0, "/sys/block/sda/device/model"},
+        {"/dev/sda", "start", 0, 1, "/sys/block/sda/device/start"},
+        {"/dev/sg3", "model", 0, 1, "/sys/class/scsi_generic/sg3/device/model"},
+        {"/dev/sda", "model", 1, 0, "/sys/class/scsi_generic/sda/device/model"},
+        {"/dev/sda1", "start", 0, 1, "/sys/block/sda1/sda1/start"},
+        {"/dev/sda12", "start", 0, 1, "/sys/block/sda1/sda12/start"},
+        {"/dev/sda12", "model", 0, 0, "/sys/block/sda1/device/model"},
+        {"/dev/mapper/verylong1", "model", 0, 0, "/sys/block/verylon/device/model"},
+    };
+    for (const AttributeCase &c : cases) {
+        char value[168] = "";
+        EXPECT_EQ(get_value_from_sys(c.path, c.attribute, kLine, c.generic, c.partition, value), -1);
+        EXPECT_EQ(text_of(TORVANE_ERROR_SYSFS), "failed to open '" + std::string(c.file) + "'");
+    }
+    char value[168] = "";
+    EXPECT_EQ(get_value_from_sys(("/dev/" + std::string(5000, 'x')).c_str(), "model", kLine, 0, 0, value), -1);
+    EXPECT_EQ(text_of(TORVANE_ERROR_SYSFS), "failed to open '/sys/block/" + std::string(138, 'x') + "'");
+    EXPECT_EQ(get_value_from_sys(nullptr, "model", kLine, 0, 0, value), -1);
+    EXPECT_EQ(get_value_from_sys("/dev/sda", "model", nullptr, 0, 0, value), -1);
+}
+
+TEST_F(Sysfs, AllocatedAttributesAreSoughtByTheNewerRules) {
+    const AttributeCase cases[] = {
+        {"/dev/sda1", "model", 0, 0, "/sys/block/sda/device/model"},
+        {"/dev/hdb3", "model", 0, 0, "/sys/block/hdb/device/model"},
+        {"/dev/md0", "model", 0, 0, "/sys/block/md0/device/model"},
+        {"/dev/sg3", "model", 0, 0, "/sys/class/scsi_generic/sg3/device/model"},
+        {"/dev/sda", "model", 1, 0, "/sys/class/scsi_generic/sda/device/model"},
+        {"/dev/nvme0n1p2", "vendor", 0, 0, "/sys/block/nvme0n1p2/device/vendor"},
+        {"/dev/sda1", "start", 0, 1, "/sys/block/sda/sda1/star"}, // always one character short
+        {"/dev/sda", "start", 0, 1, "/sys/block/sda/device/start"},
+    };
+    for (const AttributeCase &c : cases) {
+        char *value = nullptr;
+        EXPECT_EQ(_get_value_from_sys(c.path, c.attribute, kLine, c.generic, c.partition, &value), -1);
+        EXPECT_EQ(text_of(TORVANE_ERROR_SYSFS), "failed to open '" + std::string(c.file) + "'");
+    }
+    char *value = nullptr;
+    for (const char *path : {"", "///", static_cast<const char *>(nullptr)}) {
+        EXPECT_EQ(_get_value_from_sys(path, "model", kLine, 0, 0, &value), -1);
+    }
+    const std::string endless = "/dev/" + std::string(5000, 'x');
+    EXPECT_EQ(_get_value_from_sys(endless.c_str(), "model", kLine, 0, 0, &value), -1);
+}
+
+TEST_F(Sysfs, ValuesOfEveryShape) {
+    const auto read = [&](const std::string &text) {
+        world.file("/sys/value", text);
+        char *value = nullptr;
+        const int result = allocate_value_from_sys_file("/sys/value", kLine, &value);
+        const std::string kept = value == nullptr ? "" : value;
+        free(value);
+        return std::to_string(result) + kept;
+    };
+    EXPECT_EQ(read("Example Disk   \nsecond\n"), "0Example Disk   ");
+    EXPECT_EQ(read("cut"), "0cut");
+    EXPECT_EQ(read(""), "-1");
+    EXPECT_EQ(read("\nsecond"), "-1");
+    EXPECT_EQ(read(std::string("a\0b", 3)), "0a");
+    EXPECT_EQ(read("\xFF\xFE"), "0\xFF\xFE");
+    EXPECT_EQ(read(std::string(167, 'x') + "\n"), "0" + std::string(167, 'x'));
+    EXPECT_EQ(read(std::string(1 << 20, 'x')), "0" + std::string(167, 'x'));
+
+    set_error_str(TORVANE_ERROR_SYSFS, "untouched");
+    char *value = nullptr;
+    EXPECT_EQ(allocate_value_from_sys_file("/sys", kLine, &value), -1);
+    uint64_t number = 7;
+    world.file("/sys/value", "none");
+    EXPECT_EQ(read_value_from_sys_file("/sys/value", "%lu", &number), -1);
+    EXPECT_EQ(number, 7U);
+    EXPECT_EQ(text_of(TORVANE_ERROR_SYSFS), "untouched");
+    world.file("/sys/value", "2048\n");
+    EXPECT_EQ(read_value_from_sys_file("/sys/value", "%lu", &number), 0);
+    EXPECT_EQ(number, 2048U);
+    EXPECT_EQ(read_value_from_sys_file(nullptr, "%lu", &number), -1);
+    EXPECT_EQ(value, nullptr);
+}
+
+TEST_F(Sysfs, DeviceNumbers) {
+    const auto read = [&](const std::string &text) {
+        world.file("/sys/class/block/sda/dev", text);
+        std::array<int32_t, 2> numbers = {5, 5};
+        const int result = read_device_id("/sys/class/block/sda/dev", &numbers[0], &numbers[1]);
+        return std::to_string(result) + " " + std::to_string(numbers[0]) + ":" + std::to_string(numbers[1]);
+    };
+    EXPECT_EQ(read("8:16\n"), "0 8:16");
+    EXPECT_EQ(has_same_device_id("sda", 8, 16), 1);
+    EXPECT_EQ(has_same_device_id("sda", 8, 17), 0);
+    EXPECT_EQ(has_same_device_id("sda", 9, 16), 0);
+    for (const std::string garbage : {"garbage", "8", "8:", ":16", "8 16"}) {
+        EXPECT_EQ(read(garbage + "\n"), "-1 -1:-1");
+        EXPECT_EQ(text_of(TORVANE_ERROR_SYSFS), "failed to read device id from '" + garbage + "'");
+    }
+    EXPECT_EQ(read(""), "-1 -1:-1");
+    EXPECT_EQ(text_of(TORVANE_ERROR_SYSFS), "failed to read contents of /sys/class/block/sda/dev");
+    EXPECT_EQ(has_same_device_id("sdb", 8, 16), 0);
+    EXPECT_EQ(text_of(TORVANE_ERROR_SYSFS), "failed to read contents of /sys/class/block/sdb/dev");
+    EXPECT_EQ(has_same_device_id(nullptr, 8, 16), 0);
+    EXPECT_EQ(has_same_device_id("sdb", UINT32_MAX, UINT32_MAX), 0) << "the failure's -1 is no number";
+}
+
+TEST_F(Sysfs, FailuresInTheirPlacesLeaveNothing) {
+    world.disk({.name = "sda"});
+    char *value = nullptr;
+    const auto call = [&] {
+        value = nullptr;
+        return _get_value_from_sys("/dev/sda1", "model", kLine, 0, 0, &value);
+    };
+    const auto check = [&](int result, bool failed) {
+        expect_swept(result, failed);
+        EXPECT_EQ(value == nullptr, result != 0);
+        free(value);
+    };
+    sweep_allocations(call, check);
+    sweep_system_calls(call, check);
+    const auto same = [] { return has_same_device_id("sda", 8, 0); };
+    const auto check_same = [](int result, bool failed) { expect_swept(result, failed, 1, 0); };
+    sweep_allocations(same, check_same);
+    sweep_system_calls(same, check_same);
+}
+
+} // namespace
