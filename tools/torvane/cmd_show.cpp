@@ -57,7 +57,8 @@ std::string value_text(const Line &line, const Drive &drive) {
     style.paths = true;
     style.bytes = true;
     const std::string text = to_text(column.column, column.of_drive(drive), style);
-    if (text.empty()) return {};
+    const bool is_whole_disk = column.of_drive == find_drive_column("START")->of_drive && text == "0";
+    if (text.empty() || is_whole_disk) return {};
     const std::optional<uint64_t> size = size_of(*drive.record);
     const bool is_size = column.column.kind == Kind::kBytes && size && *size >= 1024;
     return is_size ? human_size(*size) + " (" + text + line.unit + ")" : text + line.unit;

@@ -42,7 +42,8 @@ Names take_names(char **names, uint32_t count) {
 // Names are listed in the child as well: telling whole disks from partitions may open a device.
 struct NameSource {
     const char *key;
-    DriveOptions option;
+    DriveOptions option; // a failure matters when this is asked for
+    bool always;
     const char *source;
     bool (*read)(Names &names);
 };
@@ -97,10 +98,10 @@ bool read_array_names(Names &names) {
 }
 
 constexpr NameSource kNameSources[] = {
-    {"disks", DRIVE_OPTION_SYSTEM, "disks", read_disk_names},
-    {"optical", DRIVE_OPTION_OPTICAL, "optical drives", read_optical_names},
-    // Marks cost nothing, so they are asked for always.
-    {"arrays", 0, "software RAID", read_array_names},
+    {"disks", DRIVE_OPTION_SYSTEM, false, "disks", read_disk_names},
+    // These two also tell the type of drives that the user named, so they are read always.
+    {"optical", DRIVE_OPTION_OPTICAL, true, "optical drives", read_optical_names},
+    {"arrays", DRIVE_OPTION_RAID, true, "software RAID", read_array_names},
 };
 
 Wire read_names(DriveOptions options) {
@@ -108,8 +109,8 @@ Wire read_names(DriveOptions options) {
     std::vector<Failure> failures;
     for (const NameSource &source : kNameSources) {
         Names names;
-        const bool wanted = source.option == 0 || (options & source.option) != 0;
-        if (wanted && !source.read(names)) {
+        const bool wanted = (options & source.option) != 0;
+        if ((wanted || source.always) && !source.read(names) && wanted) {
             const std::string words = words_about({TORVANE_ERROR_DRIVE_LIST, TORVANE_ERROR_RAID, TORVANE_ERROR_SYSFS});
             failures.push_back({source.source, "names", words.empty() ? "failed to read names" : words, {}, true});
         }
@@ -219,7 +220,7 @@ Plan make_plan(const Request &request, std::vector<Failure> &failures) {
     plan.arrays = outcome.result.at("arrays").get<Names>();
     plan.optical = outcome.result.at("optical").get<Names>();
     // The kernel lists an optical drive with a disc among the disks too: it is shown once.
-    append_new(plan.names, plan.optical);
+    if ((options & DRIVE_OPTION_OPTICAL) != 0) append_new(plan.names, plan.optical);
     for (Failure &failure : failures_from_wire(outcome.result.at("failures"))) failures.push_back(std::move(failure));
     return plan;
 }
