@@ -34,6 +34,12 @@ class Descriptor {
     explicit Descriptor(int fd) noexcept : fd_(fd) {}
     Descriptor(const Descriptor &) = delete;
     Descriptor &operator=(const Descriptor &) = delete;
+    Descriptor(Descriptor &&other) noexcept : fd_(other.release()) {}
+    Descriptor &operator=(Descriptor &&other) noexcept {
+        reset();
+        fd_ = other.release();
+        return *this;
+    }
     ~Descriptor() { reset(); }
 
     int get() const noexcept { return fd_; }

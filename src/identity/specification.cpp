@@ -1,3 +1,5 @@
+#include "identity/specification.h"
+
 #include "foundation/errors.h"
 #include "foundation/text.h"
 #include "identity/device_kind.h"
@@ -35,6 +37,20 @@ int read_identity(int fd, const char *path, DriveRecord &drive) noexcept {
 }
 
 } // namespace
+
+int torvane::read_drive_specification(int fd, const char *path, DriveRecord &drive) noexcept {
+    if (fd < 0) {
+        fail(kIdentity, "failed to open '%s'", path);
+        return 1;
+    }
+    DeviceIdentity identity{};
+    const int result = stat_device_kind(fd, identity);
+    if (result != 0) return result;
+    drive.major = identity.major;
+    drive.minor = identity.minor;
+    drive.device_type = identity.kind;
+    return read_identity(fd, path, drive);
+}
 
 int get_device_stat(int fd, const char *path, DeviceSpecification *specification) noexcept {
     if (specification == nullptr) return kNoDeviceNumbers;
@@ -98,15 +114,5 @@ int print_specification(const DeviceSpecification *specification) noexcept {
 int get_drive_specification(const char *path, DriveRecord *drive) noexcept {
     if (path == nullptr || drive == nullptr) return 1;
     const Descriptor device(open(path, O_RDONLY | O_NONBLOCK));
-    if (!device) {
-        fail(kIdentity, "failed to open '%s'", path);
-        return 1;
-    }
-    DeviceIdentity identity{};
-    const int result = stat_device_kind(device.get(), identity);
-    if (result != 0) return result;
-    drive->major = identity.major;
-    drive->minor = identity.minor;
-    drive->device_type = identity.kind;
-    return read_identity(device.get(), path, *drive);
+    return read_drive_specification(device.get(), path, *drive);
 }

@@ -1,0 +1,43 @@
+// The rows of /proc/partitions that make up one disk, taken one after the other.
+#ifndef TORVANE_DRIVES_PARTITION_SCAN_H
+#define TORVANE_DRIVES_PARTITION_SCAN_H
+
+#include "torvane.h"
+
+namespace torvane {
+
+constexpr const char *kProcPartitions = "/proc/partitions";
+
+struct PartitionRow {
+    int minor;
+    uint64_t blocks; // of 1024 bytes
+    const char *name;
+};
+
+// The disk's own row, then the rows right behind it whose names begin with the disk's. A row with a minor
+// number between two multiples of 16 is a partition itself and has none below it.
+class PartitionScan {
+  public:
+    enum class Step { kMore, kDone, kFailed };
+
+    PartitionScan(const char *name, PartitionList &partitions) noexcept : name_(name), partitions_(partitions) {
+        partitions_.count = 0;
+    }
+
+    Step take(const PartitionRow &row) noexcept;
+
+    // Whether the device's own row was seen.
+    bool found() const noexcept { return found_; }
+
+  private:
+    const char *name_;
+    PartitionList &partitions_;
+    bool found_ = false;
+};
+
+// Frees names and entries and leaves the list empty.
+void release_partitions(PartitionList &partitions) noexcept;
+
+} // namespace torvane
+
+#endif

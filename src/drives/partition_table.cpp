@@ -1,0 +1,96 @@
+#include "drives/partition_table.h"
+
+#include "foundation/text.h"
+
+#include <algorithm>
+#include <cinttypes>
+
+namespace torvane {
+namespace {
+
+constexpr uint32_t kFirstSize = 1U << 16U;
+constexpr uint32_t kLargestSize = 1U << 30U;
+
+bool enlarge(CString &text, uint32_t size) noexcept {
+    void *larger = std::realloc(text.get(), size);
+    if (larger == nullptr) return false;
+    (void)text.release();
+    text.reset(static_cast<char *>(larger));
+    return true;
+}
+
+bool row_before(const PartitionRow *a, const PartitionRow *b) noexcept {
+    const int order = std::strcmp(a->name, b->name);
+    return order != 0 ? order < 0 : a < b;
+}
+
+} // namespace
+
+bool PartitionTable::load() noexcept {
+    const File file(std::fopen(kProcPartitions, "r"));
+    if (!file) return false;
+    (void)std::setvbuf(file.get(), nullptr, _IONBF, 0); // each read goes straight into the text
+    uint32_t size = kFirstSize;
+    if (!enlarge(text_, size)) return false;
+    for (;;) {
+        length_ += static_cast<uint32_t>(std::fread(text_.get() + length_, 1, size - 1 - length_, file.get()));
+        if (length_ < size - 1) break;
+        size *= 2;
+        if (size > kLargestSize || !enlarge(text_, size)) return false;
+    }
+    text_.get()[length_] = '\0';
+    return std::ferror(file.get()) == 0 && length_ > 0 && std::strlen(text_.get()) == length_;
+}
+
+int PartitionTable::read_names(char ***names, uint32_t *count) noexcept {
+    const File stream(fmemopen(text_.get(), length_, "r"));
+    return stream ? read_names_from_file(stream.get(), names, count) : read_drive_names_on_system(names, count);
+}
+
+// Rows that have no name are skipped, as everywhere.
+bool PartitionTable::add_row(char *line) noexcept {
+    PartitionRow row{};
+    int name_offset = -1;
+    (void)std::sscanf(line, "%*d %d %" SCNu64 " %n", &row.minor, &row.blocks, &name_offset);
+    if (name_offset < 0 || line[name_offset] == '\0') return true;
+    char *name = line + name_offset;
+    name[std::strcspn(name, " \t\r\v\f")] = '\0';
+    row.name = name;
+    PartitionRow *rows = rows_.release();
+    const bool grown = grow(rows, count_);
+    rows_.reset(rows);
+    if (grown) rows_.get()[count_ - 1] = row;
+    return grown;
+}
+
+bool PartitionTable::index() noexcept {
+    char *rest = nullptr;
+    for (char *line = strtok_r(text_.get(), "\n", &rest); line != nullptr; line = strtok_r(nullptr, "\n", &rest)) {
+        if (!add_row(line)) return false;
+    }
+    by_name_.reset(static_cast<const PartitionRow **>(std::calloc(size_t{count_} + 1, sizeof(PartitionRow *))));
+    if (!by_name_) return false;
+    for (uint32_t i = 0; i < count_; ++i) by_name_.get()[i] = rows_.get() + i;
+    std::sort(by_name_.get(), by_name_.get() + count_, row_before);
+    return true;
+}
+
+int PartitionTable::partitions_of(const char *name, PartitionList &partitions) const noexcept {
+    PartitionScan scan(name, partitions);
+    const PartitionRow *const *end = by_name_.get() + count_;
+    const PartitionRow *const *first = std::lower_bound(
+        static_cast<const PartitionRow *const *>(by_name_.get()), end, name,
+        [](const PartitionRow *row, const char *wanted) noexcept { return std::strcmp(row->name, wanted) < 0; });
+    if (first == end || !equal((*first)->name, name)) return -1;
+    auto step = PartitionScan::Step::kMore;
+    for (const PartitionRow *row = *first; row < rows_.get() + count_ && step == PartitionScan::Step::kMore; ++row) {
+        step = scan.take(*row);
+    }
+    if (step == PartitionScan::Step::kFailed) {
+        release_partitions(partitions);
+        return -1;
+    }
+    return 0;
+}
+
+} // namespace torvane

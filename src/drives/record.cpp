@@ -1,0 +1,134 @@
+#include "drives/record.h"
+
+#include "drives/defects.h"
+#include "drives/geometry.h"
+#include "drives/state.h"
+#include "foundation/errors.h"
+#include "identity/specification.h"
+
+#include <fcntl.h>
+
+namespace torvane {
+namespace {
+
+void set_unknown(DriveRecord &drive) noexcept {
+    drive.major = drive.minor = drive.device_type = -1;
+    drive.rotation_speed = drive.permission = drive.status = -1;
+    drive.manufacturer_defects = drive.grown_defects = -1;
+}
+
+// The readers share one descriptor: each opening of a disk costs a read of its first block. A reader's
+// failure is its record's, never the caller's.
+void read_drive(DriveRecord &drive, DriveOptions options, const PartitionTable *table) noexcept {
+    constexpr DriveOptions kReaders =
+        DRIVE_OPTION_IDENTITY | DRIVE_OPTION_GEOMETRY | DRIVE_OPTION_DEFECTS | DRIVE_OPTION_STATE;
+    if ((options & kReaders) == 0) return;
+    const char *path = drive.name;
+    const Descriptor device(open(path, O_RDONLY | O_NONBLOCK));
+    const int fd = device.get();
+    const auto wants = [options](DriveOptions option) noexcept { return (options & option) != 0; };
+    const auto code = [](int result) noexcept { return static_cast<uint32_t>(result); };
+    if (wants(DRIVE_OPTION_IDENTITY)) drive.specification_result = code(read_drive_specification(fd, path, drive));
+    if (wants(DRIVE_OPTION_GEOMETRY)) drive.geometry_result = code(read_drive_geometry(fd, path, drive, table));
+    if (wants(DRIVE_OPTION_DEFECTS)) drive.defects_result = code(read_drive_defects(fd, path, drive));
+    if (wants(DRIVE_OPTION_STATE)) drive.state_result = code(read_drive_state(fd, path, drive));
+}
+
+} // namespace
+
+int create_drive_with(DriveList *list, const char *name, DriveOptions options, const PartitionTable *table) noexcept {
+    if (list == nullptr) return -1;
+    Drive drive(init_drive(name));
+    if (!drive) return -1;
+    read_drive(*drive, options, table);
+    if (add_drive_to_list(list, drive.get()) == -1) return -1;
+    (void)drive.release();
+    return 0;
+}
+
+} // namespace torvane
+
+using namespace torvane;
+
+DriveRecord *init_drive(const char *name) noexcept {
+    if (name == nullptr) return fail_null(kDriveList, "failed to read drive name (NULL)");
+    Drive drive(allocate<DriveRecord>());
+    if (!drive) return fail_null(kDriveList, "failed to allocate drive");
+    set_unknown(*drive);
+    drive->name = duplicate_str(name);
+    if (drive->name == nullptr) return fail_null(kDriveList, "failed to allocate name '%s'", name);
+    return drive.release();
+}
+
+int create_drive(DriveList *list, const char *name, DriveOptions options) noexcept {
+    return create_drive_with(list, name, options, nullptr);
+}
+
+int create_removable_drive(DriveRecord **drive, const MediaRecord *device) noexcept {
+    constexpr uint64_t kSectorSize = 512;
+    if (drive == nullptr || device == nullptr) return -1;
+    *drive = nullptr;
+    Drive made(allocate<DriveRecord>());
+    if (!made) return fail(kDriveList, "failed to allocate removable drive");
+    set_unknown(*made);
+    made->status = STATE_UNBOUND;
+    made->block_size = kSectorSize;
+    made->model = duplicate_str(device->model);
+    made->serial = duplicate_str(device->serial);
+    if (made->model == nullptr || made->serial == nullptr) {
+        return fail(kDriveList, "failed to copy drive model and serial number");
+    }
+    set_removable_drive_attributes(made.get(), device);
+    *drive = made.release();
+    return 0;
+}
+
+int create_raid_drive(DriveList *list, const RaidDrive *drive, uint32_t index) noexcept {
+    constexpr unsigned kSectorShift = 9;
+    if (list == nullptr || list->drives == nullptr || index >= list->count) {
+        return fail(kDriveList, "invalid drive index '%u'", index);
+    }
+    // One text for all that can go wrong from here on, a member without a location included: the records are
+    // made whole or not at all.
+    constexpr const char *kFailure = "failed to allocate raid drive";
+    Drive made(drive == nullptr ? nullptr : allocate<DriveRecord>());
+    if (!made) return fail(kDriveList, "%s", kFailure);
+    set_unknown(*made);
+    made->drive_type = DRIVE_TYPE_RAID_MEMBER;
+    made->name = duplicate_str(drive->device);
+    made->model = duplicate_str(drive->model);
+    made->serial = duplicate_str(drive->serial);
+    made->location = duplicate_str(drive->location);
+    made->block_size = 1U << kSectorShift;
+    made->block_count = drive->size >> kSectorShift;
+    const char *group_device = drive->group != nullptr ? drive->group->device : nullptr;
+    made->raid_device = duplicate_str(group_device);
+    const bool whole = made->name != nullptr && made->model != nullptr && made->serial != nullptr &&
+                       made->location != nullptr && (group_device == nullptr || made->raid_device != nullptr);
+    if (!whole) return fail(kDriveList, "%s", kFailure);
+    release_drive(list->drives[index]);
+    list->drives[index] = made.release();
+    return 0;
+}
+
+DriveRecord *move_drive(DriveRecord *source) noexcept {
+    if (source == nullptr) return fail_null(kDriveList, "failed to move drive (NULL)");
+    DriveRecord *moved = allocate<DriveRecord>();
+    if (moved == nullptr) return fail_null(kDriveList, "failed to allocate drive");
+    *moved = *source;
+    source->name = source->generic_name = source->model = source->serial = nullptr;
+    source->location = source->raid_device = nullptr;
+    source->partitions = PartitionList{};
+    return moved;
+}
+
+int release_drive(DriveRecord *drive) noexcept {
+    if (drive == nullptr) return 0;
+    for (char *text :
+         {drive->name, drive->generic_name, drive->model, drive->serial, drive->location, drive->raid_device}) {
+        std::free(text);
+    }
+    release_partitions(drive->partitions);
+    std::free(drive);
+    return 0;
+}
