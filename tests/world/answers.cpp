@@ -124,7 +124,8 @@ int answer_scsi(const FakeDisk &disk, sg_io_hdr *request) {
     cdb.resize(16);
     const Reply reply = scsi_reply(disk, cdb);
     if (reply.error != 0) return refuse(reply.error);
-    std::memcpy(request->dxferp, reply.data.data(), std::min<size_t>(reply.data.size(), request->dxfer_len));
+    const size_t count = std::min<size_t>(reply.data.size(), request->dxfer_len);
+    std::copy_n(reply.data.data(), count, static_cast<unsigned char *>(request->dxferp));
     request->status = reply.status;
     request->host_status = reply.host_status;
     request->driver_status = reply.driver_status;
