@@ -1,6 +1,7 @@
 #include "drives/defects.h"
 
 #include "foundation/errors.h"
+#include "foundation/files.h"
 #include "foundation/owners.h"
 
 #include <algorithm>
@@ -204,7 +205,7 @@ int get_device_defects(int fd, const char *path, DefectCounts *defects) noexcept
     if (defects == nullptr) return kNoPrimaryList + kNoGrownList;
     const int active = validate_fd(fd, path);
     const int result = count_both(active, *defects);
-    close_valid_fd(fd, active);
+    close_active_fd(fd, active);
     return result;
 }
 
