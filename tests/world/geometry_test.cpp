@@ -170,6 +170,8 @@ TEST_F(Geometry, TablesOfEveryShape) {
     EXPECT_EQ(found("/dev/sd"), "-16");
     EXPECT_EQ(found(""), "-16");
     EXPECT_EQ(found("///"), "-16");
+    table("8 0 100 sda\n8 0 100 sda\n8 1 3 sda1\n");
+    EXPECT_EQ(found("/dev/sda"), "0") << "a second row of the same name ends the disk";
     table("8 16 1 sdb\nno row\n8 17 2\n8 x 2 sdb2\n\n8 18 18446744073709551615 sdb3\n8 19 4 sdb4 more");
     EXPECT_EQ(found("/dev/sdb"), "0 /dev/sdb3#1=18446744073709550592 /dev/sdb4#2=4096");
     table("8 32 1 sdc\n8 33 1 sdc" + std::string(1 << 20, 'x') + "\n8 34 2 sdc2\n");

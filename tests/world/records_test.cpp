@@ -151,9 +151,11 @@ TEST_F(Records, OfUsbDevices) {
     EXPECT_EQ(std::string(drive->model) + drive->serial, "ownown");
     EXPECT_EQ(drive->block_count * drive->block_size, 51200U);
     EXPECT_EQ(drive->status, STATE_BOUND);
+    unit.size = 200;
     char *dropped = drive->serial;
     EXPECT_EQ(matches_drive(&unit, &list_, 1), 1);
     EXPECT_STREQ(drive->serial, "USB serial");
+    EXPECT_EQ(drive->block_count, 100U) << "a known size is kept";
     EXPECT_STREQ(dropped, "own") << "the old serial is the caller's now";
     free(dropped);
     unit.name = nullptr;
