@@ -2,6 +2,7 @@
 
 #include "drives/defects.h"
 #include "drives/geometry.h"
+#include "drives/state.h"
 #include "foundation/errors.h"
 #include "identity/specification.h"
 
@@ -30,6 +31,7 @@ void read_drive(DriveRecord &drive, DriveOptions options, const PartitionTable *
     if (wants(DRIVE_OPTION_IDENTITY)) drive.specification_result = code(read_drive_specification(fd, path, drive));
     if (wants(DRIVE_OPTION_GEOMETRY)) drive.geometry_result = code(read_drive_geometry(fd, path, drive, table));
     if (wants(DRIVE_OPTION_DEFECTS)) drive.defects_result = code(read_drive_defects(fd, path, drive));
+    if (wants(DRIVE_OPTION_STATE)) drive.state_result = code(read_drive_state(fd, path, drive));
 }
 
 } // namespace
