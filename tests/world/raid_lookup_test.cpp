@@ -51,7 +51,7 @@ TEST_F(RaidLookup, AdaptersAndTheirDisks) {
     logical_drive("sdc", 32, "5:0:1:0");
     logical_drive("sdd", 48, "4:0:0:0");
     world.directory("/sys/class/scsi_disk/5:2:7:0");
-    EXPECT_EQ(looked_up().substr(0, 83), "2/0 4:0:1 01:00.0 /dev/sda\n"
+    EXPECT_EQ(looked_up().substr(0, 86), "2/0 4:0:1 01:00.0 /dev/sda\n"
                                          "0/0 5:0:0 02:00.0 -\n"
                                          "2/1 5:0:0 02:00.0 -\n"
                                          "2/2 0:0:0 single -\n");
@@ -68,7 +68,7 @@ TEST_F(RaidLookup, ToolsThatFail) {
     world.program("lspci", "printf '1 a: b\\nKernel modules: aacraid\\n'; exit 5");
     EXPECT_EQ(looked_up(), "-1 ");
     EXPECT_EQ(text_of(TORVANE_ERROR_RAID), "failed to read lspci information from 'lspci -v' (exit code 5)");
-    world.program("lspci", "kill -15 $$");
+    world.program("lspci", kKilled);
     EXPECT_EQ(looked_up(), "-1 ");
     EXPECT_EQ(text_of(TORVANE_ERROR_RAID), "failed to read lspci information from 'lspci -v' (killed process)");
     lspci("\n\n\tKernel modules: \n");

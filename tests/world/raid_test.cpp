@@ -3,6 +3,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <filesystem>
 
 using namespace torvane::world;
@@ -23,7 +24,7 @@ class Raid : public RaidTest {
     // The presence tests' verdict where /bin/sh knows "&>"; dash says yes to all.
     static void answer_presence(bool arcconf, bool megacli) {
         answers().system = [=](const char *command) -> std::optional<int> {
-            const bool found = std::string(command) == "which arcconf &> /dev/null" ? arcconf : megacli;
+            const bool found = strcmp(command, "which arcconf &> /dev/null") == 0 ? arcconf : megacli;
             return found ? 0 : 256;
         };
     }
@@ -49,6 +50,7 @@ TEST_F(Raid, WithoutToolsNothingElseRuns) {
 }
 
 TEST_F(Raid, ControllersOfBothMakersAreReadAndNamed) {
+    answer_presence(true, true);
     arcconf("Controllers found: 2\r\nController #1\n",
             {"Controllers found: 9\n"
              "Logical device number 0\n" +
@@ -149,14 +151,13 @@ TEST_F(Raid, AToolsEndOutranksWhatItPrinted) {
         EXPECT_EQ(run(&list, &count), -1);
         return text_of(TORVANE_ERROR_RAID);
     };
-    const std::string killed = "kill -9 $$";
     const std::string failing = "echo Controllers found: x; echo Inquiry Data: x; echo oops >&2; exit 3";
 
     world.program("arcconf", failing);
     EXPECT_EQ(end_of(get_raids_adaptec), "failed to read number of raid controllers (exit code 3)");
-    world.program("arcconf", killed);
+    world.program("arcconf", kKilled);
     EXPECT_EQ(end_of(get_raids_adaptec), "failed to read number of raid controllers (killed process)");
-    for (const auto &[end, words] : {std::pair(failing, "(exit code 3)"), {killed, "(killed process)"}}) {
+    for (const auto &[end, words] : {std::pair(failing, "(exit code 3)"), {kKilled, "(killed process)"}}) {
         world.program("arcconf", "[ $1 = getversion ] && { echo 'Controllers found: 1'; exit 0; }\n" + end);
         EXPECT_EQ(end_of(get_raids_adaptec), std::string("failed to read controller information ") + words);
     }
@@ -165,7 +166,7 @@ TEST_F(Raid, AToolsEndOutranksWhatItPrinted) {
     EXPECT_EQ(end_of(get_raids_lsi), lsi + "ldinfo -lAll -aAll' (exit code 3)");
     world.program("timeout", "[ \"$1 $2\" = '20 megacli' ] && exit 124");
     EXPECT_EQ(end_of(get_raids_lsi), lsi + "ldinfo -lAll -aAll' (exit code 124)");
-    world.program("timeout", killed);
+    world.program("timeout", kKilled);
     EXPECT_EQ(end_of(get_raids_lsi), lsi + "ldinfo -lAll -aAll' (killed process)");
     world.program("timeout", "[ $3 = -ldinfo ] && exit 0\n" + failing);
     EXPECT_EQ(end_of(get_raids_lsi), lsi + "pdlist -aAll' (exit code 3)");
@@ -207,10 +208,10 @@ TEST_F(Raid, AdaptecOutputThatCannotBeRight) {
     const std::string none = "0/1\n";
     EXPECT_EQ(adaptec("   Segment 0   : Missing\n   Segment 1\n"), none);
     EXPECT_EQ(adaptec(device_section({.location = "", .kind = "Tape"})), none);
-    for (const char *line : {"Controllers found: x\n", "Controllers found: 4294967295\n", " Controllers found: 1x\n"}) {
+    for (const char *line : {"Controllers found: x\n", "Controllers found: 4294967295\n"}) {
         arcconf(std::string("Controllers found: 0\n") + line, {small_config()});
         forget();
-        EXPECT_EQ(get_raids_adaptec(&list, &count), line[0] == ' ' ? 0 : -1) << line;
+        EXPECT_EQ(get_raids_adaptec(&list, &count), -1) << line;
     }
     arcconf("Controllers found: 0\n");
     forget();

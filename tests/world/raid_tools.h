@@ -26,6 +26,9 @@ struct Device {
 };
 std::string device_section(const Device &device);
 
+// A script's end by signal. The shell that runs a tool for us stands between or has become the tool.
+extern const std::string kKilled;
+
 // One group, its drive at place 0,0, and that drive's section: the least that makes a good controller.
 std::string small_config();
 
