@@ -687,6 +687,34 @@ int is_partition(const char *name) TORVANE_NOEXCEPT;
 int get_device_name_from_partition(char *name) TORVANE_NOEXCEPT;
 char *get_device_name_from_partition_new(const char *name) TORVANE_NOEXCEPT;
 
+/* ---- Vendor state (category state) ---------------------------------------------------------------- */
+
+/* Drives whose model contains "Inno": permission levels 0 to 5, a firmware image of 40,960 bytes. */
+extern const VendorProbe innodisk_funcs;
+
+/* Drives whose model contains "MEMKOR" or "YATAPDONG": permission levels 1 to 3, an image of any size. */
+extern const VendorProbe memkor_funcs;
+
+/* 1 when the model is one of the maker's, else 0. */
+int device_supports_innodisk(const char *model) TORVANE_NOEXCEPT;
+int device_supports_memkor(const char *model) TORVANE_NOEXCEPT;
+
+/* The maker's table, or one that says that nothing is known without touching the drive; never null. */
+const VendorProbe *select_vendor_probe(const char *model) TORVANE_NOEXCEPT;
+
+/* The permission level of a drive whose record has a model: the probe's result, 1 when the path cannot be
+ * opened, -1 without a model. */
+int get_drive_state(const char *path, DriveRecord *drive) TORVANE_NOEXCEPT;
+
+/* The permission level of a device; the full form reads the firmware image, too, which the caller frees.
+ * 0, or -1; of the full form 0, or the sum of -1 permission, -2 firmware. A device whose model cannot be
+ * read gives -1, or -3, and an untouched record. */
+int get_device_state(int fd, const char *path, DeviceState *state) TORVANE_NOEXCEPT;
+int get_device_state_full(int fd, const char *path, DeviceState *state) TORVANE_NOEXCEPT;
+
+/* Prints the record on standard output; printf's count. */
+int print_state(const DeviceState *state) TORVANE_NOEXCEPT;
+
 /* ---- Hardware RAID (category raid) --------------------------------------------------------------- */
 
 /* A system device and what it says about itself: a serial number or a model. Strings are owned. */
@@ -792,34 +820,6 @@ int set_group_drives(const char *line, RaidDriveGroup *group) TORVANE_NOEXCEPT;
  * release_pci_info(). -1 when lspci fails; the list is empty then, and after an unreadable /sys. */
 int lookup_pci_info(PciInfo **list, uint32_t *count) TORVANE_NOEXCEPT;
 void release_pci_info(PciInfo *list, int count) TORVANE_NOEXCEPT;
-
-/* ---- Vendor state (category state) ---------------------------------------------------------------- */
-
-/* Drives whose model contains "Inno": permission levels 0 to 5, a firmware image of 40,960 bytes. */
-extern const VendorProbe innodisk_funcs;
-
-/* Drives whose model contains "MEMKOR" or "YATAPDONG": permission levels 1 to 3, an image of any size. */
-extern const VendorProbe memkor_funcs;
-
-/* 1 when the model is one of the maker's, else 0. */
-int device_supports_innodisk(const char *model) TORVANE_NOEXCEPT;
-int device_supports_memkor(const char *model) TORVANE_NOEXCEPT;
-
-/* The maker's table, or one that says that nothing is known without touching the drive; never null. */
-const VendorProbe *select_vendor_probe(const char *model) TORVANE_NOEXCEPT;
-
-/* The permission level of a drive whose record has a model: the probe's result, 1 when the path cannot be
- * opened, -1 without a model. */
-int get_drive_state(const char *path, DriveRecord *drive) TORVANE_NOEXCEPT;
-
-/* The permission level of a device; the full form reads the firmware image, too, which the caller frees.
- * 0, or -1; of the full form 0, or the sum of -1 permission, -2 firmware. A device whose model cannot be
- * read gives -1, or -3, and an untouched record. */
-int get_device_state(int fd, const char *path, DeviceState *state) TORVANE_NOEXCEPT;
-int get_device_state_full(int fd, const char *path, DeviceState *state) TORVANE_NOEXCEPT;
-
-/* Prints the record on standard output; printf's count. */
-int print_state(const DeviceState *state) TORVANE_NOEXCEPT;
 
 /* ---- Later sections go above this line ----------------------------------------------------------- */
 

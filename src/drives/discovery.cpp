@@ -22,19 +22,31 @@ struct OwnNames {
     ~OwnNames() { release_drive_names(names, count); }
 };
 
-// What the system's own files say about RAID, for the length of one discovery.
+// What tools and the system's own files say about RAID, for the length of one discovery.
 struct RaidView {
+    RaidController *controllers = nullptr;
+    uint32_t count = 0;
     OwnNames arrays;
 
-    bool load() noexcept { return get_sw_raid_names(&arrays.names, &arrays.count) == 0; }
+    RaidView() = default;
+    RaidView(const RaidView &) = delete;
+    RaidView &operator=(const RaidView &) = delete;
+    ~RaidView() { destroy_raids(controllers, static_cast<int>(count)); }
+
+    bool load() noexcept {
+        return get_raids(&controllers, &count) == 0 && get_sw_raid_names(&arrays.names, &arrays.count) == 0;
+    }
 };
 
 int add_named_drive(DriveList *list, DriveOptions options, const char *name, const RaidView &raid,
                     const PartitionTable *table) noexcept {
-    if (create_drive_with(list, name, options, table) != 0) return -1;
-    if (has(options, DRIVE_OPTION_RAID)) {
-        resolve_to_special(list->drives[list->count - 1], raid.arrays.names, raid.arrays.count);
+    const bool with_raid = has(options, DRIVE_OPTION_RAID);
+    if (with_raid) {
+        const int members = resolve_to_raid(name, list, raid.controllers, raid.count);
+        if (members != 0) return members < 0 ? -1 : 0;
     }
+    if (create_drive_with(list, name, options, table) != 0) return -1;
+    if (with_raid) resolve_to_special(list->drives[list->count - 1], raid.arrays.names, raid.arrays.count);
     return 0;
 }
 
@@ -46,6 +58,10 @@ int add_all(DriveList *list, DriveOptions options, const char *const *names, uin
     if (has(options, DRIVE_OPTION_RAID) && !raid.load()) return -1;
     for (uint32_t i = 0; i < count; ++i) {
         if (add_named_drive(list, options, names[i], raid, table) != 0) return -1;
+    }
+    if (has(options, DRIVE_OPTION_SYSTEM) && has(options, DRIVE_OPTION_RAID) &&
+        add_all_raid_drives(list, raid.controllers, raid.count) != 0) {
+        return -1;
     }
     if (has(options, DRIVE_OPTION_OPTICAL) && add_all_optical_drives(list, options) != 0) return -1;
     return 0;

@@ -1,0 +1,22 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds, and runs every test: under the sanitizers what runs in processes of this
+# machine, then everything, emulated machines included, in the build that ships.
+#   ./test.sh                 all of it
+#   ./test.sh -R 'world.*'    arguments go to the last run's ctest
+set -euo pipefail
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+# shellcheck source=scripts/packages.sh
+. "$here/scripts/packages.sh"
+require_packages "${test_packages[@]}"
+cd "$here"
+
+jobs=$(nproc)
+for preset in sanitizers release; do
+    echo "== building ($preset)"
+    cmake --preset "$preset" >/dev/null
+    cmake --build --preset "$preset" -j "$jobs" -- --quiet
+done
+echo "== tests under the address and undefined-behaviour sanitizers"
+ctest --preset sanitizers -j "$jobs" --label-regex '^(unit|world|fuzz|tool)$' --progress
+echo "== all tests"
+ctest --preset release -j "$jobs" "$@"
