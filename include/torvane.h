@@ -821,6 +821,244 @@ int set_group_drives(const char *line, RaidDriveGroup *group) TORVANE_NOEXCEPT;
 int lookup_pci_info(PciInfo **list, uint32_t *count) TORVANE_NOEXCEPT;
 void release_pci_info(PciInfo *list, int count) TORVANE_NOEXCEPT;
 
+/* ---- Watching files ------------------------------------------------------------------------------ */
+
+struct inotify_event;
+
+/* One watched directory; the path is owned. */
+typedef struct Watch {
+    int wd; /* inotify watch descriptor, -1 once removed */
+    char *path;
+} Watch;
+
+/* A watched directory tree. */
+typedef struct FileMonitor {
+    int fd; /* inotify instance */
+    uint32_t watch_count;
+    Watch *watches;
+} FileMonitor;
+
+/* Watches a directory and every directory below it whose name does not begin with ".", for files that are
+ * created or closed after writing and for watched directories that are deleted. Directories that appear
+ * later are not watched unless they are added. Null on failure; release_monitor(). These functions set no
+ * error text. */
+FileMonitor *monitor_directory(const char *directory) TORVANE_NOEXCEPT;
+void release_monitor(FileMonitor *monitor) TORVANE_NOEXCEPT;
+
+/* Adds a directory tree, one directory, or the watch descriptor of one that the caller watches already. */
+int add_watches(FileMonitor *monitor, const char *directory) TORVANE_NOEXCEPT;
+int add_watch(FileMonitor *monitor, const char *path) TORVANE_NOEXCEPT;
+int add_watch_fd(FileMonitor *monitor, const char *path, int wd) TORVANE_NOEXCEPT;
+
+/* The watch with this descriptor; it belongs to the monitor and moves when watches are added or removed. */
+Watch *get_watch(FileMonitor *monitor, int wd) TORVANE_NOEXCEPT;
+
+/* Ends the watch that has the same descriptor as the given one. */
+int remove_watch(FileMonitor *monitor, Watch *watch) TORVANE_NOEXCEPT;
+
+/* Reads events into a zeroed heap buffer of 272 bytes, of which the first event counts; release_event(). */
+struct inotify_event *read_event(int fd) TORVANE_NOEXCEPT;
+void release_event(struct inotify_event *event) TORVANE_NOEXCEPT;
+
+/* Waits without limit for the monitor's next event; null on failure, and as soon as `cancel_fd` is readable
+ * (up to 272 bytes of it are consumed). Descriptors must be below 1024. */
+struct inotify_event *wait_for_event(FileMonitor *monitor, int cancel_fd) TORVANE_NOEXCEPT;
+
+/* Waits until an event comes whose name begins with `name`: 0 seen, 1 time-out, -1 failure. The time-out is
+ * that of the whole wait. The second form watches a directory for the events of an inotify mask. */
+int wait_for_file_event(int inotify_fd, const char *name, uint32_t timeout_seconds) TORVANE_NOEXCEPT;
+int wait_for_file_event_type(const char *directory, const char *name, uint32_t timeout_seconds,
+                             uint32_t mask) TORVANE_NOEXCEPT;
+
+/* Wait until the file is gone, or is there: 0, or -1 for a failure or a time-out. A change that falls
+ * between the first look and the start of the watch is missed. */
+int wait_till_file_is_deleted(const char *directory, const char *name, uint32_t timeout_seconds) TORVANE_NOEXCEPT;
+int wait_till_file_is_created(const char *directory, const char *name, uint32_t timeout_seconds) TORVANE_NOEXCEPT;
+
+/* ---- SCSI devices behind USB interfaces (category device) ---------------------------------------- */
+
+/* What a new list is initialised with. */
+extern const MediaList empty_media_list;
+
+/* Appends a record, of which only the name is set; the list's. A failed copy of the name leaves the zeroed
+ * record in the list. "failed to allocate media information", "failed to allocate usb name '%s'". */
+MediaRecord *add_entry_to_info_list(const char *name, MediaList *list) TORVANE_NOEXCEPT;
+
+/* Appends a device, of which only the address is set. A failed copy leaves the zeroed device in the list. */
+int add_scsi_device_to_list(ScsiDeviceList *list, const char *address) TORVANE_NOEXCEPT;
+
+/* Replaces everything but `size`. */
+int copy_scsi_device_info(ScsiDeviceInfo *destination, const ScsiDeviceInfo *source) TORVANE_NOEXCEPT;
+
+/* A deep copy, but for `status` and the devices' `size`, which are 0; release_media(). */
+MediaRecord *copy_media_info(const MediaRecord *media) TORVANE_NOEXCEPT;
+
+/* The kernel driver of a ScsiType: "sd", "st", "sr" or "ses"; null for any other type. */
+const char *get_driver_name_from_type(uint32_t type) TORVANE_NOEXCEPT;
+
+/* Sets `type` from its decimal text. "found invalid driver type '%s'". */
+int get_driver_from_type(const char *text, ScsiDeviceInfo *device) TORVANE_NOEXCEPT;
+
+/* 1 for a BindState, else 0. */
+int is_valid_state(uint32_t state) TORVANE_NOEXCEPT;
+
+/* Reads everything about an interface afresh; the record needs its `name`. What a failure leaves still has
+ * to be released. */
+int update_device_information(MediaRecord *media) TORVANE_NOEXCEPT;
+
+/* The steps of it, in order: the devices behind the interface; serial number and model of the USB device;
+ * each device's type; a disk and its enclosure folded into one device, which takes the USB serial number;
+ * each device's state, name, size, model and serial number, and the record's status. */
+int get_scsi_addresses(MediaRecord *media) TORVANE_NOEXCEPT;
+int get_usb_information(MediaRecord *media) TORVANE_NOEXCEPT;
+int get_driver_information(MediaRecord *media) TORVANE_NOEXCEPT;
+int check_ses_enclosure(MediaRecord *media) TORVANE_NOEXCEPT;
+int get_device_status(MediaRecord *media) TORVANE_NOEXCEPT;
+
+/* A text attribute of a USB device such as 1-1, trimmed, as a heap string; empty when it cannot be read. */
+int get_info_type(char **out, const char *usb_device, const char *attribute) TORVANE_NOEXCEPT;
+
+/* Sets `name`: 1, or 0 for a device without a block device. */
+int get_device_name(ScsiDeviceInfo *device) TORVANE_NOEXCEPT;
+
+/* Sets `name`: 1 when it or one of its partitions has a node in /dev, else 0. */
+int has_device_node(ScsiDeviceInfo *device) TORVANE_NOEXCEPT;
+
+/* 1 when the device is bound to the driver of its type, else 0. */
+int is_bound_to_driver(const ScsiDeviceInfo *device) TORVANE_NOEXCEPT;
+
+/* Sets `size`; 0 without a name. */
+int get_device_size(ScsiDeviceInfo *device) TORVANE_NOEXCEPT;
+
+/* Sets `model` and, unless `skip_serial`, `serial` from the device itself, through a private node; what
+ * cannot be read is null. */
+int get_drive_information(ScsiDeviceInfo *device, uint32_t skip_serial) TORVANE_NOEXCEPT;
+
+/* 1 when a device in STATE_NODE, or one of its partitions, has this device number, else 0. */
+int device_matches_id(const MediaRecord *media, uint32_t major, uint32_t minor) TORVANE_NOEXCEPT;
+
+/* The lists are empty afterwards and the caller's; release_media() frees the record, too. */
+void release_scsi_list(ScsiDeviceList *list) TORVANE_NOEXCEPT;
+void release_media(MediaRecord *media) TORVANE_NOEXCEPT;
+void release_media_list(MediaList *list) TORVANE_NOEXCEPT;
+
+/* ---- Device nodes (category device) -------------------------------------------------------------- */
+
+/* Make a block device node with permission bits 0000 for a disk or a partition, by kernel name: at a path,
+ * or under that name in a directory. "failed to mknod %s (%d:%d)". */
+int create_node(const char *name, const char *path) TORVANE_NOEXCEPT;
+int create_node_in(const char *name, const char *directory) TORVANE_NOEXCEPT;
+int create_partition_node(const char *partition, const char *disk, const char *path) TORVANE_NOEXCEPT;
+int create_partition_node_in(const char *partition, const char *disk, const char *directory) TORVANE_NOEXCEPT;
+
+/* Removes a node. A node that cannot be removed leaves "failed to remove '%s' (%s)", and 0. */
+int delete_node_in(const char *name, const char *directory) TORVANE_NOEXCEPT;
+
+/* The nodes of a device and its partitions. Nothing is made for a device in STATE_NODE in "/dev", nor for
+ * one with a bad file-system layout. They set `state` to STATE_NODE and STATE_BOUND. */
+int add_scsi_device_nodes_at(ScsiDeviceInfo *device, const char *directory) TORVANE_NOEXCEPT;
+int delete_scsi_device_nodes_at(ScsiDeviceInfo *device, const char *directory) TORVANE_NOEXCEPT;
+
+/* The same for an interface's devices by serial number. Nodes are made for every device when the text
+ * begins the USB serial number, else for the devices whose own serial number it begins; they are deleted
+ * only for devices where it begins both. */
+int add_device_nodes_at(MediaRecord *media, const char *serial, const char *directory) TORVANE_NOEXCEPT;
+int delete_device_nodes_at(MediaRecord *media, const char *serial, const char *directory) TORVANE_NOEXCEPT;
+
+/* ---- Driver binding and device state (category device) ------------------------------------------- */
+
+/* One device to or from the driver of its type; 0 also when there is nothing to do. */
+int unbind_scsi_device_from_driver(ScsiDeviceInfo *device) TORVANE_NOEXCEPT;
+int bind_scsi_device_to_driver(ScsiDeviceInfo *device) TORVANE_NOEXCEPT;
+
+/* Moves one device from its `state` to a BindState; a failed step is undone. From STATE_UNBOUND to
+ * STATE_NODE the device is only bound. */
+int change_scsi_device_state(ScsiDeviceInfo *device, uint32_t new_state) TORVANE_NOEXCEPT;
+
+/* Every device of an interface. Unbinding goes on after failures; a failed bind unbinds them all. */
+int unbind_usb_device_from_driver(MediaRecord *media) TORVANE_NOEXCEPT;
+int bind_usb_device_to_driver(MediaRecord *media) TORVANE_NOEXCEPT;
+
+/* The whole interface when the text begins its USB serial number, else the first device whose serial number
+ * it begins. */
+int unbind_device_from_driver(MediaRecord *media, const char *serial) TORVANE_NOEXCEPT;
+int bind_device_to_driver(MediaRecord *media, const char *serial) TORVANE_NOEXCEPT;
+
+/* Every device of the interface, or those whose serial number the text begins. An adapter named by its USB
+ * serial number is unbound whatever the new state. 0 also when nothing matches. */
+int change_device_state(MediaRecord *media, const char *serial, uint32_t new_state) TORVANE_NOEXCEPT;
+
+/* The same for the interface that get_usb_mass_storage_device() finds. */
+int change_state(const char *serial, uint32_t new_state) TORVANE_NOEXCEPT;
+int bind_to_driver(const char *serial) TORVANE_NOEXCEPT;
+int unbind_from_driver(const char *serial) TORVANE_NOEXCEPT;
+int remove_device_nodes(const char *serial) TORVANE_NOEXCEPT;
+
+/* Binds and waits, 2 seconds for each step, until the first device has its block device and, unless
+ * `wait_for_devices`, until its node is gone from /dev; unbinds again on failure. Category mount. */
+int bind_to_driver_with_wait(const char *serial, uint32_t wait_for_devices) TORVANE_NOEXCEPT;
+int bind_to_driver_with_wait_for_devices(const char *serial) TORVANE_NOEXCEPT;
+int bind_to_driver_with_wait_for_driver(const char *serial) TORVANE_NOEXCEPT;
+
+/* ---- USB mass storage and media (category device) ------------------------------------------------ */
+
+/* Append the machine's USB mass-storage interfaces: their names only, or everything. The second leaves the
+ * list empty on failure. 0 also without the kernel's driver. */
+int get_usb_mass_storage_names(MediaList *list) TORVANE_NOEXCEPT;
+int get_usb_mass_storage_devices(MediaList *list) TORVANE_NOEXCEPT;
+
+/* A copy (see copy_media_info()) of the first interface whose USB serial number, or one of whose devices'
+ * serial numbers, begins with the text; or of the one that device_matches_id(). Null when there is none. */
+MediaRecord *get_usb_mass_storage_device(const char *serial) TORVANE_NOEXCEPT;
+MediaRecord *get_usb_mass_storage_device_by_id(uint32_t major, uint32_t minor) TORVANE_NOEXCEPT;
+
+/* The UsbStatus that the devices of an interface give it. */
+uint32_t get_usb_status(const MediaRecord *media) TORVANE_NOEXCEPT;
+
+/* The highest BindState of the devices; 0 without any. */
+int32_t get_media_status(const MediaRecord *media) TORVANE_NOEXCEPT;
+
+/* 1 when a file system lies on the whole device although it has partitions, else 0: one device, or those
+ * that add_device_nodes_at() would choose. */
+int check_single_node_for_bad_filesystem(const ScsiDeviceInfo *device, const char *const *partition_names,
+                                         uint32_t count) TORVANE_NOEXCEPT;
+int check_entire_device_for_bad_filesystem(const MediaRecord *media, const char *serial) TORVANE_NOEXCEPT;
+
+/* Whether the tray is open and whether there is a disc. Both places hold 0 on failure. "cd drive not
+ * ready" after three attempts, also for a drive that another process holds. */
+int get_optical_drive_status(const char *path, uint32_t *tray_open, uint32_t *has_disc) TORVANE_NOEXCEPT;
+
+/* Locks the drive (fcntl write lock) until the descriptor is closed. */
+int lock_optical_drive(int fd) TORVANE_NOEXCEPT;
+
+/* ---- Mounting (category mount) ------------------------------------------------------------------- */
+
+/* Mounts the file systems of a USB device read-only in a new directory below /tmp, through nodes of its own
+ * beside them: NODE is mounted on NODE_mount, partitions only when there are any. The directory's path goes
+ * to the caller, who frees it and hands it to the second function to undo it all. */
+int create_and_mount_in_temp_dir(const char *serial, char **directory) TORVANE_NOEXCEPT;
+int remove_and_umount_in_temp_dir(const char *directory) TORVANE_NOEXCEPT;
+
+/* Mounts a node read-only and nosuid: on a mount point, on NODE_mount made in the node's directory, or so
+ * for every node of a directory; the first in alphabetical order (the whole disk) is left out when there
+ * are several. The paths go through the shell. "failed to mount %s on %s: %d" (exit code). */
+int mount_device(const char *node, const char *mount_point) TORVANE_NOEXCEPT;
+int mount_device_to_temp_dir(const char *node_name, const char *directory) TORVANE_NOEXCEPT;
+int mount_all_devices(const char *directory) TORVANE_NOEXCEPT;
+
+/* 1 when /proc/mounts has this very path as a mount point, else 0. */
+int is_mounted(const char *path) TORVANE_NOEXCEPT;
+
+/* Unmounts a mount point, or every directory of a directory; 0 also for what is not mounted. */
+int umount_directory(const char *mount_point) TORVANE_NOEXCEPT;
+int umount_all(const char *directory) TORVANE_NOEXCEPT;
+
+/* Removes a directory's entries, but for those whose name begins with "."; not recursive. */
+int remove_all_from(const char *directory) TORVANE_NOEXCEPT;
+
+/* A filter for scandir(): 1 for a block device, else 0. */
+int block_device_filter(const struct dirent *entry) TORVANE_NOEXCEPT;
+
 /* ---- Later sections go above this line ----------------------------------------------------------- */
 
 #if defined(__GNUC__) || defined(__clang__)

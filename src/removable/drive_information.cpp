@@ -1,0 +1,65 @@
+#include "foundation/errors.h"
+#include "removable/records.h"
+#include "removable/temporary_directory.h"
+#include "torvane.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+using namespace torvane;
+
+namespace {
+
+// A directory of our own, removed when its owner ends.
+class PrivateDirectory {
+  public:
+    PrivateDirectory() noexcept : made_(mkdtemp(path_.text) != nullptr) {}
+    PrivateDirectory(const PrivateDirectory &) = delete;
+    PrivateDirectory &operator=(const PrivateDirectory &) = delete;
+    ~PrivateDirectory() {
+        if (made_) rmdir(path_.text);
+    }
+
+    explicit operator bool() const noexcept { return made_; }
+    const char *path() const noexcept { return path_.text; }
+
+  private:
+    TemporaryPath path_;
+    bool made_;
+};
+
+inline void unlink_and_free(char *path) noexcept {
+    unlink(path);
+    std::free(path);
+}
+using NodePath = std::unique_ptr<char, Calls<&unlink_and_free>>;
+
+constexpr DeviceKind kUnknownKind = 0;
+
+// What the device says replaces what the record holds, nothing included.
+void replace(char *&text, char *fresh) noexcept {
+    std::free(text);
+    text = fresh;
+}
+
+} // namespace
+
+// The private node serves devices that have none in /dev, and keeps the device manager out of it.
+int get_drive_information(ScsiDeviceInfo *device, uint32_t skip_serial) noexcept {
+    if (device == nullptr || device->name == nullptr) return fail(kDevice, "unable to read device name (NULL)");
+    const PrivateDirectory directory;
+    if (!directory) return fail(kDevice, "failed to create temp dir");
+    const NodePath node(make_text("%s/%s", directory.path(), device->name).release());
+    if (!node) return fail(kDevice, "failed to allocate device node path");
+    if (const int result = create_node_in(device->name, directory.path()); result != 0) return result;
+    const Descriptor fd(open(node.get(), O_RDONLY | O_NONBLOCK));
+    if (!fd) return fail(kDevice, "failed to open '%s'", node.get());
+    char *model = nullptr;
+    get_drive_model(fd.get(), kUnknownKind, node.get(), &model);
+    replace(device->model, model);
+    if (skip_serial != 0) return 0;
+    char *serial = nullptr;
+    get_drive_serial_number(fd.get(), node.get(), &serial);
+    replace(device->serial, serial);
+    return 0;
+}
