@@ -244,7 +244,7 @@ TEST_F(Raid, EndlessOutputIsReadToItsEndInConstantMemory) {
         return usage.ru_maxrss; // KiB
     };
     const std::string lines = "yes \"$line\" | head -c 50000000\ntouch /run/ended";
-    const long before = peak();
+    [[maybe_unused]] const long before = peak();
     for (const char *line : {"Virtual Drive: x", "Name                :X", "garbage \\001\\377"}) {
         world.program("megacli", std::string("line=$(printf '") + line + "')\n" + lines);
         EXPECT_EQ(get_raids_lsi(&list, &count), line[0] == 'g' ? 0 : -1) << line;
