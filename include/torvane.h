@@ -714,6 +714,113 @@ int get_device_state_full(int fd, const char *path, DeviceState *state) TORVANE_
 
 /* Prints the record on standard output; printf's count. */
 int print_state(const DeviceState *state) TORVANE_NOEXCEPT;
+
+/* ---- Hardware RAID (category raid) --------------------------------------------------------------- */
+
+/* A system device and what it says about itself: a serial number or a model. Strings are owned. */
+typedef struct InfoMapEntry {
+    char *device; /* "/dev/" and the kernel name of a disk or of a SCSI generic node */
+    char *info;
+} InfoMapEntry;
+
+/* One RAID adapter that the kernel drives, or one further disk that it exposes. Strings are owned. */
+typedef struct PciInfo {
+    uint32_t type;   /* RaidType, and the SCSI channel of the adapter's logical drives */
+    uint32_t number; /* among the adapters of one driver, from 0 */
+    uint32_t target; /* SCSI target */
+    uint32_t lun;    /* SCSI logical unit */
+    uint32_t host;   /* SCSI host */
+    char *slot;      /* PCI address; null for further disks */
+    char *device;    /* block device path; null without one */
+} PciInfo;
+
+/* How one maker's controllers are read: whether its tool is there, and what it says, appended to a list. */
+typedef struct RaidControllerOps {
+    int (*supports)(void);
+    int (*get_raids)(RaidController **list, uint32_t *count);
+    uint64_t type; /* RaidType */
+    const char *name;
+} RaidControllerOps;
+
+extern const RaidControllerOps adaptecOperations;
+extern const RaidControllerOps lsiOperations;
+
+/* All RAID controllers of the machine, each group and drive with a device name, into a list that the caller
+ * gives as null; destroy_raids(). A maker's tool that fails costs its controllers (LSI) or all (Adaptec), and
+ * still counts as success. -1 when the naming fails; the list is empty then. */
+int get_raids(RaidController **list, uint32_t *count) TORVANE_NOEXCEPT;
+
+/* Appends one maker's controllers, none without its tool. What a failure leaves is the caller's, too. */
+int get_raids_from_card(RaidController **list, uint32_t *count, const RaidControllerOps *ops) TORVANE_NOEXCEPT;
+
+/* Whether every group has a size and every drive a size, serial number and model: 0, else -1. Shortens
+ * serial numbers as truncate_seagate_serial() does. */
+int check_raids(RaidController *list, int count) TORVANE_NOEXCEPT;
+
+/* Gives every group and drive its device name: from what the machine says, or from look-ups at hand. */
+int relate_drives_to_names(RaidController *list, uint32_t count) TORVANE_NOEXCEPT;
+int assign_names_to_raids(RaidController *list, int count, const InfoMapEntry *model_map, uint32_t model_count,
+                          const InfoMapEntry *serial_map, uint32_t serial_count, const PciInfo *pci,
+                          uint32_t pci_count) TORVANE_NOEXCEPT;
+
+/* A logical drive's block device: the disk whose model ends with a blank and the group's name, else the disk
+ * on the adapter and target of its numbers, else "/dev/raid_<type>_<controller>_<logical drive>". */
+int relate_group_to_name(const RaidController *controller, RaidDriveGroup *group, const InfoMapEntry *model_map,
+                         uint32_t model_count, const PciInfo *pci, int pci_count) TORVANE_NOEXCEPT;
+
+/* A drive's generic node: the one with its serial number, else "/dev/sg_raid_<type>_<controller>_<drive>". */
+int relate_drive_to_name(const RaidController *controller, RaidDrive *drive, const InfoMapEntry *serial_map,
+                         int serial_count) TORVANE_NOEXCEPT;
+
+/* Serial numbers of the SCSI generic nodes, models of the whole disks, into a map that the caller gives as
+ * null; release_info_map(). Devices that cannot be read are left out. The map is empty after a failure. */
+int relate_serial_to_drives(InfoMapEntry **map, uint32_t *count) TORVANE_NOEXCEPT;
+int relate_model_to_drives(InfoMapEntry **map, uint32_t *count) TORVANE_NOEXCEPT;
+
+/* One entry for a kernel name; both strings are null on failure. */
+int read_serial_from_drive(const char *name, InfoMapEntry *entry) TORVANE_NOEXCEPT;
+int read_model_from_drive(const char *name, InfoMapEntry *entry) TORVANE_NOEXCEPT;
+
+/* The first three free what a record holds, not the record; the others free the array, too. */
+void destroy_drive(RaidDrive *drive) TORVANE_NOEXCEPT;
+void destroy_drive_group(RaidDriveGroup *group) TORVANE_NOEXCEPT;
+void destroy_controller(RaidController *controller) TORVANE_NOEXCEPT;
+void destroy_raids(RaidController *list, int count) TORVANE_NOEXCEPT;
+void release_info_map(InfoMapEntry *map, int count) TORVANE_NOEXCEPT;
+
+/* Print on standard output; the last returns the last printf's count. */
+int print_drive(const RaidDrive *drive) TORVANE_NOEXCEPT;
+int print_group(const RaidDriveGroup *group) TORVANE_NOEXCEPT;
+int print_controller(const RaidController *controller) TORVANE_NOEXCEPT;
+int print_name_map(const InfoMapEntry *map, int count) TORVANE_NOEXCEPT;
+
+/* 1 when a maker's tool (arcconf, megacli) is there, else 0, and the controllers that it tells, appended. */
+int supports_adaptec(void) TORVANE_NOEXCEPT;
+int get_raids_adaptec(RaidController **list, uint32_t *count) TORVANE_NOEXCEPT;
+int supports_lsi(void) TORVANE_NOEXCEPT;
+int get_raids_lsi(RaidController **list, uint32_t *count) TORVANE_NOEXCEPT;
+
+/* LSI adapters and logical drives, appended to a list: from megacli, or from an open stream of its output. */
+int get_ldinfo(RaidController **list, uint32_t *count) TORVANE_NOEXCEPT;
+int parse_ldinfo_output(FILE *stream, RaidController **list, uint32_t *count) TORVANE_NOEXCEPT;
+
+/* Adds the physical drives to the adapters that begin at `first`, which must be all that megacli names. */
+int get_pdlist(RaidController *first) TORVANE_NOEXCEPT;
+int parse_pdlist_output(FILE *stream, RaidController *first) TORVANE_NOEXCEPT;
+
+/* The pieces of an LSI logical drive, each from the line of megacli's output that tells it. The first two
+ * append a record and return it; null on failure. */
+RaidController *create_new_controller(const char *line, RaidController **list, uint32_t *count) TORVANE_NOEXCEPT;
+RaidDriveGroup *create_new_drive_group(const char *line, RaidController *controller) TORVANE_NOEXCEPT;
+int set_group_name(const char *line, char **name) TORVANE_NOEXCEPT;
+int set_group_size(const char *line, RaidDriveGroup *group) TORVANE_NOEXCEPT;
+int set_group_drives(const char *line, RaidDriveGroup *group) TORVANE_NOEXCEPT;
+
+/* RAID adapters and the disks on their logical-drive channels, into a list that the caller gives as null;
+ * release_pci_info(). -1 when lspci fails; the list is empty then, and after an unreadable /sys. */
+int lookup_pci_info(PciInfo **list, uint32_t *count) TORVANE_NOEXCEPT;
+void release_pci_info(PciInfo *list, int count) TORVANE_NOEXCEPT;
+
 /* ---- Watching files ------------------------------------------------------------------------------ */
 
 struct inotify_event;
@@ -951,112 +1058,6 @@ int remove_all_from(const char *directory) TORVANE_NOEXCEPT;
 
 /* A filter for scandir(): 1 for a block device, else 0. */
 int block_device_filter(const struct dirent *entry) TORVANE_NOEXCEPT;
-
-/* ---- Hardware RAID (category raid) --------------------------------------------------------------- */
-
-/* A system device and what it says about itself: a serial number or a model. Strings are owned. */
-typedef struct InfoMapEntry {
-    char *device; /* "/dev/" and the kernel name of a disk or of a SCSI generic node */
-    char *info;
-} InfoMapEntry;
-
-/* One RAID adapter that the kernel drives, or one further disk that it exposes. Strings are owned. */
-typedef struct PciInfo {
-    uint32_t type;   /* RaidType, and the SCSI channel of the adapter's logical drives */
-    uint32_t number; /* among the adapters of one driver, from 0 */
-    uint32_t target; /* SCSI target */
-    uint32_t lun;    /* SCSI logical unit */
-    uint32_t host;   /* SCSI host */
-    char *slot;      /* PCI address; null for further disks */
-    char *device;    /* block device path; null without one */
-} PciInfo;
-
-/* How one maker's controllers are read: whether its tool is there, and what it says, appended to a list. */
-typedef struct RaidControllerOps {
-    int (*supports)(void);
-    int (*get_raids)(RaidController **list, uint32_t *count);
-    uint64_t type; /* RaidType */
-    const char *name;
-} RaidControllerOps;
-
-extern const RaidControllerOps adaptecOperations;
-extern const RaidControllerOps lsiOperations;
-
-/* All RAID controllers of the machine, each group and drive with a device name, into a list that the caller
- * gives as null; destroy_raids(). A maker's tool that fails costs its controllers (LSI) or all (Adaptec), and
- * still counts as success. -1 when the naming fails; the list is empty then. */
-int get_raids(RaidController **list, uint32_t *count) TORVANE_NOEXCEPT;
-
-/* Appends one maker's controllers, none without its tool. What a failure leaves is the caller's, too. */
-int get_raids_from_card(RaidController **list, uint32_t *count, const RaidControllerOps *ops) TORVANE_NOEXCEPT;
-
-/* Whether every group has a size and every drive a size, serial number and model: 0, else -1. Shortens
- * serial numbers as truncate_seagate_serial() does. */
-int check_raids(RaidController *list, int count) TORVANE_NOEXCEPT;
-
-/* Gives every group and drive its device name: from what the machine says, or from look-ups at hand. */
-int relate_drives_to_names(RaidController *list, uint32_t count) TORVANE_NOEXCEPT;
-int assign_names_to_raids(RaidController *list, int count, const InfoMapEntry *model_map, uint32_t model_count,
-                          const InfoMapEntry *serial_map, uint32_t serial_count, const PciInfo *pci,
-                          uint32_t pci_count) TORVANE_NOEXCEPT;
-
-/* A logical drive's block device: the disk whose model ends with a blank and the group's name, else the disk
- * on the adapter and target of its numbers, else "/dev/raid_<type>_<controller>_<logical drive>". */
-int relate_group_to_name(const RaidController *controller, RaidDriveGroup *group, const InfoMapEntry *model_map,
-                         uint32_t model_count, const PciInfo *pci, int pci_count) TORVANE_NOEXCEPT;
-
-/* A drive's generic node: the one with its serial number, else "/dev/sg_raid_<type>_<controller>_<drive>". */
-int relate_drive_to_name(const RaidController *controller, RaidDrive *drive, const InfoMapEntry *serial_map,
-                         int serial_count) TORVANE_NOEXCEPT;
-
-/* Serial numbers of the SCSI generic nodes, models of the whole disks, into a map that the caller gives as
- * null; release_info_map(). Devices that cannot be read are left out. The map is empty after a failure. */
-int relate_serial_to_drives(InfoMapEntry **map, uint32_t *count) TORVANE_NOEXCEPT;
-int relate_model_to_drives(InfoMapEntry **map, uint32_t *count) TORVANE_NOEXCEPT;
-
-/* One entry for a kernel name; both strings are null on failure. */
-int read_serial_from_drive(const char *name, InfoMapEntry *entry) TORVANE_NOEXCEPT;
-int read_model_from_drive(const char *name, InfoMapEntry *entry) TORVANE_NOEXCEPT;
-
-/* The first three free what a record holds, not the record; the others free the array, too. */
-void destroy_drive(RaidDrive *drive) TORVANE_NOEXCEPT;
-void destroy_drive_group(RaidDriveGroup *group) TORVANE_NOEXCEPT;
-void destroy_controller(RaidController *controller) TORVANE_NOEXCEPT;
-void destroy_raids(RaidController *list, int count) TORVANE_NOEXCEPT;
-void release_info_map(InfoMapEntry *map, int count) TORVANE_NOEXCEPT;
-
-/* Print on standard output; the last returns the last printf's count. */
-int print_drive(const RaidDrive *drive) TORVANE_NOEXCEPT;
-int print_group(const RaidDriveGroup *group) TORVANE_NOEXCEPT;
-int print_controller(const RaidController *controller) TORVANE_NOEXCEPT;
-int print_name_map(const InfoMapEntry *map, int count) TORVANE_NOEXCEPT;
-
-/* 1 when a maker's tool (arcconf, megacli) is there, else 0, and the controllers that it tells, appended. */
-int supports_adaptec(void) TORVANE_NOEXCEPT;
-int get_raids_adaptec(RaidController **list, uint32_t *count) TORVANE_NOEXCEPT;
-int supports_lsi(void) TORVANE_NOEXCEPT;
-int get_raids_lsi(RaidController **list, uint32_t *count) TORVANE_NOEXCEPT;
-
-/* LSI adapters and logical drives, appended to a list: from megacli, or from an open stream of its output. */
-int get_ldinfo(RaidController **list, uint32_t *count) TORVANE_NOEXCEPT;
-int parse_ldinfo_output(FILE *stream, RaidController **list, uint32_t *count) TORVANE_NOEXCEPT;
-
-/* Adds the physical drives to the adapters that begin at `first`, which must be all that megacli names. */
-int get_pdlist(RaidController *first) TORVANE_NOEXCEPT;
-int parse_pdlist_output(FILE *stream, RaidController *first) TORVANE_NOEXCEPT;
-
-/* The pieces of an LSI logical drive, each from the line of megacli's output that tells it. The first two
- * append a record and return it; null on failure. */
-RaidController *create_new_controller(const char *line, RaidController **list, uint32_t *count) TORVANE_NOEXCEPT;
-RaidDriveGroup *create_new_drive_group(const char *line, RaidController *controller) TORVANE_NOEXCEPT;
-int set_group_name(const char *line, char **name) TORVANE_NOEXCEPT;
-int set_group_size(const char *line, RaidDriveGroup *group) TORVANE_NOEXCEPT;
-int set_group_drives(const char *line, RaidDriveGroup *group) TORVANE_NOEXCEPT;
-
-/* RAID adapters and the disks on their logical-drive channels, into a list that the caller gives as null;
- * release_pci_info(). -1 when lspci fails; the list is empty then, and after an unreadable /sys. */
-int lookup_pci_info(PciInfo **list, uint32_t *count) TORVANE_NOEXCEPT;
-void release_pci_info(PciInfo *list, int count) TORVANE_NOEXCEPT;
 
 /* ---- Later sections go above this line ----------------------------------------------------------- */
 
