@@ -1,4 +1,5 @@
 #include "foundation/errors.h"
+#include "foundation/files.h"
 #include "foundation/text.h"
 #include "torvane.h"
 
@@ -123,7 +124,7 @@ int get_device_start(int fd, const char *path, uint64_t *start) noexcept {
     if (start == nullptr) return kNoStart;
     const int active = validate_fd(fd, path);
     const bool done = read_start(active, path, *start);
-    close_valid_fd(fd, active);
+    close_active_fd(fd, active);
     if (done) return 0;
     *start = 0;
     fail(kGeometry, "failed to read device start");
@@ -135,6 +136,6 @@ int get_device_rotation(int fd, const char *path, int32_t *rotation) noexcept {
     *rotation = -1;
     const int active = validate_fd(fd, path);
     const bool done = read_rotation(active, *rotation);
-    close_valid_fd(fd, active);
+    close_active_fd(fd, active);
     return done ? 0 : kNoRotation;
 }

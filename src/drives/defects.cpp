@@ -1,6 +1,7 @@
 #include "drives/defects.h"
 
 #include "foundation/errors.h"
+#include "foundation/files.h"
 #include "foundation/owners.h"
 
 #include <algorithm>
@@ -73,7 +74,7 @@ class DefectList {
     int fd_;
     const ListKind &kind_;
     uint32_t length_ = 0;
-    bool has_long_length_ = false;
+    bool is_length_known_ = true; // false when the list may be longer than the first header can tell
     unsigned char format_ = 0;
 };
 
@@ -96,11 +97,12 @@ bool DefectList::read_12(unsigned char *data, uint32_t size) const noexcept {
 
 // A list that the 16-bit length of the first header may not tell in full.
 void DefectList::read_long_length() noexcept {
+    is_length_known_ = false;
     unsigned char header[kHeader12] = {};
     if (!read_12(header, kHeader12)) return;
     if (header[0] != 0 || header[2] != 0 || header[3] != 0 || !has_flag(header)) return;
     length_ = number32(header + 4);
-    has_long_length_ = true;
+    is_length_known_ = true;
 }
 
 bool DefectList::read_length() noexcept {
@@ -120,7 +122,7 @@ bool DefectList::read_length() noexcept {
 
 // The 12-byte command, for a list that only it can hold. False where there is none, and where it fails.
 bool DefectList::read_format_12() noexcept {
-    if (!has_long_length_ || length_ <= kLongList) return false;
+    if (!is_length_known_ || length_ <= kLongList) return false;
     const auto fits = [](uint32_t length) noexcept { return length <= kLongestAllocation12 - kHeader12; };
     uint32_t length = length_;
     Buffer list(fits(length) ? static_cast<unsigned char *>(std::calloc(length + kHeader12, 1)) : nullptr);
@@ -138,7 +140,7 @@ bool DefectList::read_format() noexcept {
     if (read_format_12()) return true;
     const uint32_t capped = std::min(length_, kLongestList10);
     // Without a 32-bit length there is no telling how much the capped list leaves out.
-    if (!has_long_length_) length_ = capped;
+    if (!is_length_known_) length_ = capped;
     unsigned char header[kHeader12] = {};
     uint32_t size = capped + kHeader10;
     Buffer list(size > sizeof header ? static_cast<unsigned char *>(std::calloc(size, 1)) : nullptr);
@@ -203,7 +205,7 @@ int get_device_defects(int fd, const char *path, DefectCounts *defects) noexcept
     if (defects == nullptr) return kNoPrimaryList + kNoGrownList;
     const int active = validate_fd(fd, path);
     const int result = count_both(active, *defects);
-    close_valid_fd(fd, active);
+    close_active_fd(fd, active);
     return result;
 }
 

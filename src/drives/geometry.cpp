@@ -1,6 +1,7 @@
 #include "drives/geometry.h"
 
 #include "foundation/errors.h"
+#include "foundation/files.h"
 #include "foundation/text.h"
 
 #include <cstdio>
@@ -87,7 +88,7 @@ int get_device_geometry(int fd, const char *path, DeviceGeometry *geometry) noex
     Descriptor reopened(-1);
     int result = 0;
     if (get_block_size(active, &geometry->block_size) != 0) {
-        close_valid_fd(fd, active);
+        close_active_fd(fd, active);
         active = reopen(name);
         reopened = Descriptor(active);
         if (get_block_size(active, &geometry->block_size) != 0) result += kNoSecondBlockSize;
@@ -96,7 +97,7 @@ int get_device_geometry(int fd, const char *path, DeviceGeometry *geometry) noex
     result += get_device_start(active, name, &geometry->device_start);
     result += get_device_rotation(active, name, &geometry->rotation_speed);
     result += get_partition_information(name, geometry);
-    if (!reopened) close_valid_fd(fd, active);
+    if (!reopened) close_active_fd(fd, active);
     return result;
 }
 

@@ -1,6 +1,7 @@
 #include "drives/state.h"
 
 #include "foundation/errors.h"
+#include "foundation/files.h"
 #include "foundation/owners.h"
 
 #include <cstdio>
@@ -44,7 +45,7 @@ int get_state(int fd, const char *path, DeviceState *state, bool full) noexcept 
     DeviceSpecification identity{};
     const bool known = get_device_model(active, &identity) == 0;
     const int result = known ? read_state(active, path, identity.model, *state, full) : no_identity;
-    close_valid_fd(fd, active);
+    close_active_fd(fd, active);
     return result;
 }
 

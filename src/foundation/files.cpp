@@ -1,3 +1,5 @@
+#include "foundation/files.h"
+
 #include "foundation/owners.h"
 #include "foundation/text.h"
 #include "torvane.h"
@@ -19,6 +21,12 @@ int close_valid_fd(int given, int active) noexcept {
     if (active <= 0 || given > 0) return active;
     std::FILE *stream = fdopen(active, "r");
     return stream == nullptr ? 0 : std::fclose(stream);
+}
+
+int torvane::close_active_fd(int given, int active) noexcept {
+    if (active <= 0 || given > 0) return active;
+    std::FILE *stream = fdopen(active, "r");
+    return stream == nullptr ? close(active) : std::fclose(stream);
 }
 
 int write_to_file(const char *path, const char *text) noexcept {

@@ -1,6 +1,7 @@
 #include "identity/specification.h"
 
 #include "foundation/errors.h"
+#include "foundation/files.h"
 #include "foundation/text.h"
 #include "identity/device_kind.h"
 #include "identity/generic_name.h"
@@ -79,7 +80,7 @@ int get_device_specification(int fd, const char *path, DeviceSpecification *spec
     int result = get_generic_name(specification->type, path, specification) < 1 ? kNoGenericName : 0;
     if (get_device_serial_number(active, specification) != 0) result += kNoSerial;
     if (get_device_model(active, specification) != 0) result += kNoModel;
-    close_valid_fd(fd, active);
+    close_active_fd(fd, active);
     return result;
 }
 

@@ -98,7 +98,7 @@ Reply defects(const FakeDisk &disk, const Bytes &cdb) {
     const uint32_t length = is_long ? list->bytes : std::min<uint32_t>(list->bytes, 0xFFFF);
     Bytes data = is_long ? Bytes{0, header, 0, 0, byte(length, 24), byte(length, 16), byte(length, 8), byte(length, 0)}
                          : Bytes{0, header, byte(length, 8), byte(length, 0)};
-    data.resize(data.size() + length);
+    data.resize(std::min(data.size() + length, allocation_length(cdb)));
     return {.data = std::move(data)};
 }
 

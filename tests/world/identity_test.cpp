@@ -134,6 +134,11 @@ TEST_F(Identity, UsbSerialsComeFirstOnTheHeapAndLastInTheFixedRecord) {
     world.remove(serial);
     EXPECT_EQ(specification("/dev/sdc"), "-3|ATA Example Disk||");
     EXPECT_EQ(drive("/dev/sdc"), "-1|ATA Example Disk|-|-");
+    world.file("/sys/devices/serial", "top");
+    world.link("/sys/block/sdc", "../devices/usb1/:1");
+    char *top = nullptr;
+    EXPECT_EQ(get_drive_serial_number(-1, "/dev/sdc", &top), 0) << "a component that begins with the colon";
+    EXPECT_EQ(taken(top), "top");
     // Links that end before an interface, or that only look like USB.
     for (const char *target :
          {"usb", "../devices/usb1/1-2", "../devices/usb1/", "usb:/", "a/usb/:", "../musb/x/y:1/z"}) {

@@ -97,7 +97,7 @@ TEST_F(ScsiCommands, OutcomesAreClassified) {
     EXPECT_EQ(outcome_of_sense(fixed_sense(1, 0)), 0);
     EXPECT_EQ(outcome_of_sense(fixed_sense(1, 0), 0x22), 0);
     EXPECT_EQ(outcome_of_sense(fixed_sense(1, 0), 0x08), 1) << "recovered, but no check condition";
-    EXPECT_EQ(outcome_of_sense({kFixedFormat, 0}), 1) << "too little to tell a recovered error";
+    EXPECT_EQ(outcome_of_sense({0x72, 1}), 1) << "too little to tell a recovered error";
     EXPECT_EQ(outcome_of_sense(fixed_sense(5, 0x20)), 2);
     EXPECT_EQ(outcome_of_sense(fixed_sense(5, 0x24)), 3);
     EXPECT_EQ(outcome_of_sense(fixed_sense(5, 0x26)), 4);

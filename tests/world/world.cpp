@@ -100,6 +100,7 @@ World::World() {
     fs::create_directories("/proc/host");
     move_mount(aside + "/proc", "/proc/host");
     fs::create_symlink("host/self", "/proc/self");
+    fs::create_symlink("host/self", "/proc/" + std::to_string(getpid()));
     fs::create_symlink("self/mounts", "/proc/mounts");
     for (const std::string name : {"null", "zero", "full", "random", "urandom", "tty"}) {
         write_text("/dev/" + name, "");

@@ -1,6 +1,7 @@
 // Innodisk drives: the permission level lies in the SMART data, the firmware image behind a vendor command.
 // Both go out as taskfile commands through HDIO_DRIVE_CMD (linux/hdreg.h).
 #include "foundation/errors.h"
+#include "foundation/files.h"
 #include "foundation/text.h"
 #include "torvane.h"
 
@@ -42,7 +43,7 @@ int get_permission(int fd, const char *path, int *permission) noexcept {
     // Out on the descriptor passed in: callers hold the drive open.
     Taskfile taskfile;
     const bool answered = read_sector(fd, kSmart, kSmartReadData, taskfile);
-    close_valid_fd(fd, active);
+    close_active_fd(fd, active);
     if (!answered) return fail(kState, "failed to read permissions of device");
     const int level = taskfile.data[kPermissionByte];
     if (level > kHighestPermission) return -1;
@@ -66,7 +67,7 @@ int get_firmware(int fd, const char *path, int *size, unsigned char **image) noe
     const int active = validate_fd(fd, path);
     Block<unsigned char> read(static_cast<unsigned char *>(std::calloc(kFirmwareSectors, kSectorSize)));
     const bool done = read && read_image(active, read.get());
-    close_valid_fd(fd, active);
+    close_active_fd(fd, active);
     if (!done) {
         fail(kState, "failed to read firmware image");
         return kNoFirmware;

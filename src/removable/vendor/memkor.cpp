@@ -1,5 +1,6 @@
 // MEMKOR drives: vendor commands through ATA PASS-THROUGH(16), whose registers come back as sense data
 // (SAT-3 clause 12.2).
+#include "foundation/files.h"
 #include "foundation/owners.h"
 #include "foundation/text.h"
 #include "torvane.h"
@@ -96,7 +97,7 @@ int get_permission(int fd, const char *path, int *permission) noexcept {
     if (permission == nullptr) return -1;
     const int active = validate_fd(fd, path);
     *permission = read_level(active);
-    close_valid_fd(fd, active);
+    close_active_fd(fd, active);
     return *permission == 0 ? -1 : 0;
 }
 

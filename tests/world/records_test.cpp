@@ -1,0 +1,165 @@
+#include "world.h"
+
+#include "torvane.h"
+
+#include <string>
+
+using namespace torvane::world;
+
+namespace {
+
+class Records : public WorldTest {
+  protected:
+    DriveList list_ = {};
+
+    void TearDown() override {
+        release_drives(&list_);
+        WorldTest::TearDown();
+    }
+
+    static std::string error() { return text_of(TORVANE_ERROR_DRIVE_LIST); }
+
+    // The list's names, "-" for a record without one and "0" for an empty slot.
+    std::string names() const {
+        std::string text;
+        for (uint32_t i = 0; i < list_.count; ++i) {
+            const DriveRecord *drive = list_.drives[i];
+            text += (text.empty() ? "" : " ") + std::string(drive == nullptr         ? "0"
+                                                            : drive->name == nullptr ? "-"
+                                                                                     : drive->name);
+        }
+        return text;
+    }
+};
+
+// A writable text for the fields of input records, which are never written.
+char *text(const char *words) { return const_cast<char *>(words); }
+
+TEST_F(Records, StartUnknown) {
+    DriveRecord *drive = init_drive("/dev/sda");
+    ASSERT_NE(drive, nullptr);
+    EXPECT_STREQ(drive->name, "/dev/sda");
+    for (const int32_t value : {drive->major, drive->minor, drive->device_type, drive->rotation_speed,
+                                drive->permission, drive->status, drive->manufacturer_defects, drive->grown_defects}) {
+        EXPECT_EQ(value, -1);
+    }
+    EXPECT_EQ(drive->manufacturer_defect_bytes + drive->grown_defect_bytes + drive->block_count + drive->block_size,
+              0U);
+    EXPECT_EQ(drive->model, nullptr);
+    EXPECT_EQ(add_drive_to_list(&list_, drive), 1);
+    EXPECT_EQ(init_drive(nullptr), nullptr);
+    EXPECT_EQ(error(), "failed to read drive name (NULL)");
+}
+
+TEST_F(Records, MoveToAnotherListWithAllTheyOwn) {
+    EXPECT_EQ(create_drive(&list_, "/dev/none", 0), 0);
+    DriveRecord *source = list_.drives[0];
+    source->model = strdup("model");
+    source->block_size = 512;
+    add_partition("none1", 5, &source->partitions, &source->partitions.entries);
+    DriveList other = {};
+    EXPECT_EQ(move_drive_to_list(&other, source), 0);
+    EXPECT_STREQ(other.drives[0]->model, "model");
+    EXPECT_STREQ(other.drives[0]->partitions.entries[0].name, "/dev/none1");
+    EXPECT_EQ(other.drives[0]->partitions.entries[0].size, 5120U);
+    EXPECT_EQ(source->name, nullptr);
+    EXPECT_EQ(source->partitions.count, 0U);
+    EXPECT_EQ(source->block_size, 512U) << "numbers stay";
+    EXPECT_EQ(drive_in_list(&other, "/dev/none"), 1);
+    EXPECT_EQ(drive_in_list(&other, "/dev/non"), 0);
+    EXPECT_EQ(move_drive_to_list(&other, nullptr), -1);
+    EXPECT_EQ(error(), "failed to move drive (NULL)");
+    release_drives(&other);
+    EXPECT_EQ(other.drives, nullptr);
+    EXPECT_EQ(other.count, 1U) << "the count tells how many there were";
+    EXPECT_EQ(release_drives(nullptr) + release_drive(nullptr), 0);
+}
+
+TEST_F(Records, OfRaidMembersNeedEveryText) {
+    RaidDriveGroup group = {};
+    group.device = text("/dev/sdx");
+    RaidDrive member = {};
+    member.device = text("/dev/sg4");
+    member.model = text("model");
+    member.serial = text("serial");
+    member.location = text("(0, 3)");
+    member.size = 1025;
+    member.group = &group;
+    EXPECT_EQ(add_raid_drive_to_list(&list_, &member), 1);
+    const DriveRecord *drive = list_.drives[0];
+    EXPECT_EQ(drive->drive_type, static_cast<DriveType>(DRIVE_TYPE_RAID_MEMBER));
+    EXPECT_STREQ(drive->raid_device, "/dev/sdx");
+    EXPECT_STREQ(drive->location, "(0, 3)");
+    EXPECT_EQ(drive->block_count, 2U);
+    EXPECT_EQ(drive->status, -1);
+    EXPECT_EQ(create_raid_drive(&list_, &member, 1), -1);
+    EXPECT_EQ(error(), "invalid drive index '1'");
+    for (char *RaidDrive::*field : {&RaidDrive::device, &RaidDrive::model, &RaidDrive::serial, &RaidDrive::location}) {
+        RaidDrive lacking = member;
+        lacking.*field = nullptr;
+        EXPECT_EQ(add_raid_drive_to_list(&list_, &lacking), -1);
+        EXPECT_EQ(error(), "failed to allocate raid drive");
+    }
+    EXPECT_EQ(names(), "/dev/sg4 0 0 0 0") << "failed ones leave an empty slot";
+
+    RaidDrive pair[] = {member, member};
+    pair[0].device = text("/dev/sg5");
+    pair[1].device = text("/dev/sg6");
+    group.drives = pair;
+    group.drive_count = 2;
+    RaidController controller = {};
+    controller.groups = &group;
+    controller.group_count = 1;
+    controller.drives = &member;
+    controller.drive_count = 1;
+    EXPECT_EQ(resolve_to_raid("/dev/sdy", &list_, &controller, 1), 0);
+    EXPECT_EQ(resolve_to_raid("/dev/sg6", &list_, &controller, 1), 1);
+    EXPECT_EQ(add_all_raid_drives(&list_, &controller, 1), 0);
+    EXPECT_EQ(resolve_to_raid("/dev/sdx", &list_, &controller, 1), 2);
+    EXPECT_EQ(names(), "/dev/sg4 0 0 0 0 /dev/sg6 /dev/sg5 /dev/sg5 /dev/sg6");
+    group.drive_count = 0;
+    EXPECT_EQ(resolve_to_raid("/dev/sdx", &list_, &controller, 1), 0);
+}
+
+TEST_F(Records, OfUsbDevices) {
+    ScsiDeviceInfo unit = {};
+    unit.name = text("sdb");
+    unit.state = STATE_BOUND;
+    unit.model = text("USB model");
+    unit.serial = text("USB serial");
+    unit.size = 100;
+    MediaRecord media = {};
+    media.model = text("Maker Product");
+    media.serial = text("77");
+    media.devices = {&unit, 1};
+    EXPECT_EQ(add_removable_drive_to_list(&media, &list_), 0);
+    EXPECT_EQ(list_.drives[0]->drive_type, static_cast<DriveType>(DRIVE_TYPE_REMOVABLE));
+    EXPECT_EQ(list_.drives[0]->status, STATE_BOUND);
+    EXPECT_EQ(list_.drives[0]->block_size, 512U);
+    media.serial = nullptr;
+    EXPECT_EQ(add_removable_drive_to_list(&media, &list_), -1);
+    EXPECT_EQ(error(), "failed to copy drive model and serial number");
+    EXPECT_EQ(names(), "- 0");
+
+    create_drive(&list_, "/dev/sda", 0);
+    EXPECT_EQ(matches_drive(&unit, &list_, 0), 0);
+    create_drive(&list_, "/dev/sdb1", 0); // a beginning is enough
+    DriveRecord *drive = list_.drives[3];
+    drive->serial = strdup("own");
+    drive->model = strdup("own");
+    EXPECT_EQ(matches_drive(&unit, &list_, 0), 1);
+    EXPECT_EQ(std::string(drive->model) + drive->serial, "ownown");
+    EXPECT_EQ(drive->block_count * drive->block_size, 51200U);
+    EXPECT_EQ(drive->status, STATE_BOUND);
+    unit.size = 200;
+    char *dropped = drive->serial;
+    EXPECT_EQ(matches_drive(&unit, &list_, 1), 1);
+    EXPECT_STREQ(drive->serial, "USB serial");
+    EXPECT_EQ(drive->block_count, 100U) << "a known size is kept";
+    EXPECT_STREQ(dropped, "own") << "the old serial is the caller's now";
+    free(dropped);
+    unit.name = nullptr;
+    EXPECT_EQ(matches_drive(&unit, &list_, 0), 0);
+}
+
+} // namespace
