@@ -608,6 +608,11 @@ int resolve_to_sw_raid(const char *name, const char *const *names, uint32_t coun
 /* 1 when the model begins with "IET VIRTUAL-DISK", else 0. */
 int is_iscsi(const char *model) TORVANE_NOEXCEPT;
 
+/* Completes the listed drives that are USB mass storage: status, type, missing model and serial number. With
+ * `add_unmatched` 1 the others, and every adapter, are appended without a name. A failure may leave a null
+ * slot behind. */
+int add_removable_media(DriveList *list, uint32_t add_unmatched) TORVANE_NOEXCEPT;
+
 /* Appends the optical drives of /proc/sys/dev/cdrom/info, of an open file of that form, or one path. */
 int add_all_optical_drives(DriveList *list, DriveOptions options) TORVANE_NOEXCEPT;
 int get_optical_drives_from_file(FILE *file, DriveList *list, DriveOptions options) TORVANE_NOEXCEPT;

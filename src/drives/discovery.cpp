@@ -63,6 +63,9 @@ int add_all(DriveList *list, DriveOptions options, const char *const *names, uin
         add_all_raid_drives(list, raid.controllers, raid.count) != 0) {
         return -1;
     }
+    if (has(options, DRIVE_OPTION_USB) && add_removable_media(list, has(options, DRIVE_OPTION_SYSTEM) ? 1 : 0) != 0) {
+        return -1;
+    }
     if (has(options, DRIVE_OPTION_OPTICAL) && add_all_optical_drives(list, options) != 0) return -1;
     return 0;
 }
