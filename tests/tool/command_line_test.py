@@ -83,7 +83,7 @@ class Usage(unittest.TestCase):
             options |= help_options(run("usb", change, "--help").stdout)
         self.assertGreater(len(options), 15)
         for option in sorted(options):
-            self.assertIn("Fl " + option[1:], manual)
+            self.assertRegex(manual, rf"\.It Fl (\w , )?{option[1:]}\b")
             for text in completions:
                 name = option[2:]
                 self.assertTrue(re.search(rf"(--|-l ){name}\b", text), f"{option} is missing")
@@ -145,7 +145,8 @@ class Failures(unittest.TestCase):
     def test_an_ordinary_user_reads_the_remedy_once(self):
         if os.geteuid() != 0:
             self.skipTest("only root can become somebody else")
-        disks = [line.split()[3] for line in open("/proc/partitions", encoding="utf-8") if line.strip() and "#" not in line]
+        lines = pathlib.Path("/proc/partitions").read_text(encoding="utf-8").splitlines()[2:]
+        disks = [line.split()[3] for line in lines]
         disks = [name for name in disks if os.path.exists(f"/sys/block/{name}") and not name.startswith("dm-")]
         self.assertTrue(disks, "this machine has no disk at all")
 
@@ -154,10 +155,7 @@ class Failures(unittest.TestCase):
             os.setgid(65534)
             os.setuid(65534)
 
-        with tempfile.TemporaryDirectory() as folder:
-            os.chmod(folder, 0o755)
-            self.assertTrue(os.access(TORVANE, os.X_OK))
-            result = run("list", preexec_fn=become_nobody, cwd="/")
+        result = run("list", preexec_fn=become_nobody, cwd="/")
         self.assertEqual(result.returncode, 64, result.stderr)
         self.assertEqual(result.stderr.count("needs root"), 1, result.stderr)
         self.assertIn(disks[0], result.stdout)

@@ -80,7 +80,7 @@ std::vector<Selected> select_by_serial(const Wire &interfaces, const std::string
 
 int refuse_candidates(const std::string &serial, const std::vector<Selected> &candidates) {
     complain("'" + serial + "' fits " + std::to_string(candidates.size()) +
-             " devices; give more of the serial number:");
+             " devices; the serial number must be the beginning of one alone:");
     for (const Selected &candidate : candidates) {
         const Wire &shown_record =
             begins(candidate.interface, serial) ? candidate.interface : candidate.devices.front();
