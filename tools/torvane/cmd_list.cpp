@@ -15,6 +15,8 @@ struct ListOptions {
     bool list_columns = false;
     bool defects = false;
     bool state = false;
+    bool raid = false;
+    bool usb = false;
     bool no_partitions = false;
     double timeout = kDefaultLimit.count();
     std::vector<std::string> devices;
@@ -35,6 +37,8 @@ const std::vector<Extra> &extras() {
     static const std::vector<Extra> kExtras = {
         {&ListOptions::defects, DRIVE_OPTION_DEFECTS, {"MDEFECTS", "GDEFECTS"}},
         {&ListOptions::state, DRIVE_OPTION_STATE, {"PERMISSION"}},
+        {&ListOptions::raid, DRIVE_OPTION_RAID, {"LOCATION", "RAID-DEVICE"}},
+        {&ListOptions::usb, DRIVE_OPTION_USB, {"STATUS"}},
     };
     return kExtras;
 }
@@ -130,6 +134,8 @@ void add_list_command(CLI::App &tool, Action &chosen) {
     command.add_flag("-d,--nodeps", options->no_partitions, "leave out partitions");
     command.add_flag("--defects", options->defects, "read the defect lists");
     command.add_flag("--state", options->state, "read the permission level, where the maker is known");
+    command.add_flag("--raid", options->raid, "show RAID member drives instead of logical drives");
+    command.add_flag("--usb", options->usb, "complete and add USB drives");
     add_timeout_option(command, options->timeout);
 }
 

@@ -4,6 +4,8 @@
 #include "drive_columns.h"
 #include "text.h"
 
+#include <algorithm>
+#include <functional>
 #include <memory>
 
 namespace tool {
@@ -116,6 +118,9 @@ void keep_matches(std::vector<Drive> &drives, const std::string &serial) {
     std::erase_if(drives, [&](const Drive &drive) {
         return !drive.record->serial || !std::string_view(drive.record->serial).starts_with(serial);
     });
+    // A whole serial number names one drive even where others begin with it.
+    const auto is_whole = [&](const Drive &drive) { return drive.record->serial == serial; };
+    if (std::count_if(drives.begin(), drives.end(), is_whole) == 1) std::erase_if(drives, std::not_fn(is_whole));
 }
 
 int refuse_candidates(const std::string &serial, const std::vector<Drive> &drives) {

@@ -184,7 +184,8 @@ std::string type_word(const DriveRecord &record) {
 }
 
 std::optional<uint64_t> size_of(const DriveRecord &record) {
-    if (!has_geometry(record)) return std::nullopt;
+    // Nobody has measured a device without a node.
+    if (!has_geometry(record) || (!record.name && record.block_count == 0)) return std::nullopt;
     // Without a block size the library counts 512-byte sectors.
     const uint64_t block = record.block_size == 0 ? kSectorBytes : record.block_size;
     uint64_t size = 0;

@@ -1,6 +1,7 @@
 #include "drives.h"
 
 #include "explain.h"
+#include "raid.h"
 #include "text.h"
 
 #include <fcntl.h>
@@ -8,7 +9,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <fstream>
+#include <new>
 #include <set>
 
 namespace tool {
@@ -225,13 +228,99 @@ Plan make_plan(const Request &request, std::vector<Failure> &failures) {
     return plan;
 }
 
+// Lends the records to the library as one of its lists; what it appends comes back at the end.
+template <class Use> auto as_list(std::vector<Drive> &drives, Use use) {
+    DriveList list{static_cast<uint32_t>(drives.size()), nullptr};
+    list.drives = static_cast<DriveRecord **>(std::calloc(drives.size() + 1, sizeof(DriveRecord *)));
+    if (!list.drives) throw std::bad_alloc();
+    for (std::size_t i = 0; i < drives.size(); ++i) list.drives[i] = drives[i].record.release();
+    const auto result = use(&list);
+    drives.resize(list.count);
+    for (std::size_t i = 0; i < drives.size(); ++i) drives[i].record.reset(list.drives[i]);
+    std::free(list.drives);
+    // The library leaves an empty slot behind a record that it could not make.
+    std::erase_if(drives, [](const Drive &drive) { return !drive.record; });
+    return result;
+}
+
+Failure list_failure(const char *source) { return {source, {}, words_about({TORVANE_ERROR_DRIVE_LIST}), {}, true}; }
+
+// A logical drive's members in its place, as the library lists them; empty when the name is no RAID drive.
+std::vector<Drive> members_of(const std::string &name, const Controllers &controllers, std::vector<Failure> &failures) {
+    std::vector<Drive> members;
+    const auto added = as_list(members, [&](DriveList *list) {
+        return resolve_to_raid(name.c_str(), list, controllers.list(), controllers.count());
+    });
+    if (added < 0) failures.push_back(list_failure(name.c_str()));
+    return members;
+}
+
+// Ordinary drives are read, each on its own; RAID members are known already.
+std::vector<Drive> read_all(const Plan &plan, const Request &request, const Controllers &controllers,
+                            std::vector<Failure> &failures) {
+    Names ordinary;
+    std::vector<std::vector<Drive>> members;
+    for (const std::string &name : plan.names) {
+        members.push_back(members_of(name, controllers, failures));
+        if (members.back().empty()) ordinary.push_back(name);
+    }
+    std::vector<Drive> read = DriveReaders(ordinary, request).read();
+    mark(read, plan.arrays, plan.optical);
+    std::vector<Drive> drives;
+    auto next = read.begin();
+    for (std::vector<Drive> &replaced : members) {
+        if (replaced.empty()) drives.push_back(std::move(*next++));
+        std::move(replaced.begin(), replaced.end(), std::back_inserter(drives));
+    }
+    return drives;
+}
+
+void add_raid_drives(std::vector<Drive> &drives, const Controllers &controllers, std::vector<Failure> &failures) {
+    const int result = as_list(
+        drives, [&](DriveList *list) { return add_all_raid_drives(list, controllers.list(), controllers.count()); });
+    if (result != 0) failures.push_back(list_failure("RAID member drives"));
+}
+
+// USB devices are matched against all records at once, in one process that holds them all. Optical drives are
+// among them by now, so a USB optical drive with its node is listed once.
+void add_usb_drives(std::vector<Drive> &drives, const Request &request, std::vector<Failure> &failures) {
+    const uint32_t add_unmatched = (request.options & DRIVE_OPTION_SYSTEM) != 0 ? 1 : 0;
+    const Outcome outcome = run_isolated(
+        [&drives, add_unmatched]() -> Wire {
+            const int result =
+                as_list(drives, [&](DriveList *list) { return add_removable_media(list, add_unmatched); });
+            if (result != 0) return {{"error", words_about({TORVANE_ERROR_DEVICE, TORVANE_ERROR_DRIVE_LIST})}};
+            Wire records = Wire::array();
+            for (const Drive &drive : drives) records.push_back(record_to_wire(*drive.record));
+            return {{"drives", std::move(records)}};
+        },
+        request.limit);
+    const bool done = outcome.state == Outcome::State::kDone;
+    if (!done || !outcome.result.contains("drives")) {
+        Failure failure = source_failure("USB devices", outcome);
+        if (done) failure.words = outcome.result.at("error").get<std::string>();
+        failures.push_back(std::move(failure));
+        return;
+    }
+    const Wire &records = outcome.result.at("drives");
+    drives.resize(records.size());
+    for (std::size_t i = 0; i < records.size(); ++i) drives[i].record = record_from_wire(records.at(i));
+}
+
 } // namespace
 
+// The order of get_drives(): disks with RAID members in the place of their logical drives, the other members,
+// USB devices. Its marks for software RAID and iSCSI are made even without its RAID option.
 Found find_drives(const Request &request) {
     Found found;
     const Plan plan = make_plan(request, found.failures);
-    found.drives = DriveReaders(plan.names, request).read();
-    mark(found.drives, plan.arrays, plan.optical);
+    Controllers controllers;
+    if ((request.options & DRIVE_OPTION_RAID) != 0) {
+        controllers = controllers_from_wire(find_controllers(request.limit, found.failures));
+    }
+    found.drives = read_all(plan, request, controllers, found.failures);
+    if ((request.options & DRIVE_OPTION_SYSTEM) != 0) add_raid_drives(found.drives, controllers, found.failures);
+    if ((request.options & DRIVE_OPTION_USB) != 0) add_usb_drives(found.drives, request, found.failures);
     return found;
 }
 

@@ -26,6 +26,7 @@ using std::chrono::milliseconds;
 // A child that has been silent for this long sits in the kernel and costs no processor, so it no longer
 // counts against the number at work; that is how hundreds of dead disks end within one time limit.
 constexpr milliseconds kAtWork{500};
+constexpr milliseconds kTick{1000};
 constexpr std::size_t kMostAtWork = 8;
 constexpr std::size_t kMostAlive = 256;
 // Where the child finds the pipe to its parent.
@@ -201,7 +202,8 @@ std::string seconds_of(milliseconds limit) {
 
 class Runner {
   public:
-    Runner(std::deque<Task> &waiting, milliseconds limit) : waiting_(waiting), limit_(limit) {}
+    Runner(std::deque<Task> &waiting, milliseconds limit, const std::function<void()> &tick)
+        : waiting_(waiting), limit_(limit), tick_(tick) {}
     Runner(const Runner &) = delete;
     Runner &operator=(const Runner &) = delete;
     ~Runner() { kill_all(); }
@@ -212,6 +214,7 @@ class Runner {
             wait_for_news();
             collect();
             reap();
+            if (tick_) tick_();
         }
     }
 
@@ -232,7 +235,7 @@ class Runner {
 
     void wait_for_news() {
         std::vector<pollfd> polled{{signals_.descriptor(), POLLIN, 0}};
-        auto next = Clock::now() + limit_;
+        auto next = Clock::now() + (tick_ ? std::min<milliseconds>(limit_, kTick) : limit_);
         for (const Child &child : running_) {
             polled.push_back({child.pipe.get(), POLLIN, 0});
             next = std::min(next, child.started + limit_);
@@ -285,13 +288,14 @@ class Runner {
     EndingSignals signals_;
     std::deque<Task> &waiting_;
     milliseconds limit_;
+    const std::function<void()> &tick_;
     std::list<Child> running_;
     std::vector<pid_t> left_;
 };
 
 } // namespace
 
-void Isolation::run() { Runner(waiting_, limit_).run(); }
+void Isolation::run() { Runner(waiting_, limit_, tick_).run(); }
 
 Outcome run_isolated(const Reader &reader, milliseconds limit) {
     Outcome outcome;

@@ -36,12 +36,15 @@ class Isolation {
   public:
     explicit Isolation(std::chrono::milliseconds limit) : limit_(limit) {}
 
+    // Called about once a second while tasks run, to show that something goes on.
+    void on_tick(std::function<void()> tick) { tick_ = std::move(tick); }
     void add(Task task) { waiting_.push_back(std::move(task)); }
     void run();
 
   private:
     std::chrono::milliseconds limit_;
     std::deque<Task> waiting_;
+    std::function<void()> tick_;
 };
 
 // One reader alone.

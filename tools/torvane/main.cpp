@@ -16,7 +16,10 @@ namespace {
 constexpr const char *kFooter = "Exit codes: 0 done, 1 failed, 2 wrong usage, 64 done in part.\n"
                                 "'torvane COMMAND --help' tells more; so does 'man torvane'.";
 
-constexpr void (*kCommands[])(CLI::App &, Action &) = {add_list_command, add_show_command};
+constexpr void (*kCommands[])(CLI::App &, Action &) = {
+    add_list_command,   add_show_command,  add_raid_command,     add_usb_command,
+    add_mount_commands, add_wait_commands, add_firmware_command,
+};
 
 // Help in the shape that people know from other tools of the trade.
 class HelpFormatter : public CLI::Formatter {

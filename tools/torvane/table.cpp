@@ -103,6 +103,7 @@ std::string to_text(const Column &column, const Value &value, const Style &style
     }
     if (const auto *number = std::get_if<std::int64_t>(&value)) return std::to_string(*number);
     if (const auto *words = std::get_if<std::vector<std::string>>(&value)) return joined(*words);
+    if (const auto *yes = std::get_if<bool>(&value)) return *yes ? "yes" : "no";
     const auto *count = std::get_if<std::uint64_t>(&value);
     if (!count) return {};
     const bool abbreviated = column.kind == Kind::kBytes && !style.bytes && style.format == Format::kTable;
@@ -114,6 +115,7 @@ Json to_json(const Column &column, const Value &value, const Style &style) {
     if (const auto *number = std::get_if<std::int64_t>(&value)) return *number;
     if (const auto *count = std::get_if<std::uint64_t>(&value)) return *count;
     if (const auto *words = std::get_if<std::vector<std::string>>(&value)) return *words;
+    if (const auto *yes = std::get_if<bool>(&value)) return *yes;
     return nullptr;
 }
 

@@ -24,8 +24,8 @@ enum class Kind {
     kWords  // several texts
 };
 
-// Nothing, a text, a number, a size or count, several texts.
-using Value = std::variant<std::monostate, std::string, std::int64_t, std::uint64_t, std::vector<std::string>>;
+// Nothing, a text, a number, a size or count, several texts, yes or no.
+using Value = std::variant<std::monostate, std::string, std::int64_t, std::uint64_t, std::vector<std::string>, bool>;
 
 struct Column {
     const char *name; // heading

@@ -1,0 +1,271 @@
+#!/usr/bin/python3
+"""The command line as people and scripts meet it, on whatever machine the tests run.
+
+usage: command_line_test.py TORVANE SOURCE_ROOT
+"""
+import json
+import os
+import pathlib
+import re
+import stat
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+import jsonschema
+
+TORVANE = sys.argv[1]
+ROOT = pathlib.Path(sys.argv[2])
+COMMANDS = ["list", "show", "raid", "usb", "mount", "umount", "tray", "wait", "watch", "firmware"]
+
+
+def run(*arguments, **options):
+    options.setdefault("timeout", 60)
+    return subprocess.run([TORVANE, *arguments], capture_output=True, text=True, check=False, **options)
+
+
+def schema(name):
+    document = json.loads((ROOT / "docs" / "schema" / f"{name}.schema.json").read_text(encoding="utf-8"))
+    jsonschema.Draft202012Validator.check_schema(document)
+    return document
+
+
+def help_options(text):
+    return set(re.findall(r"(?<!\S)(--[a-z-]+)", text))
+
+
+class Usage(unittest.TestCase):
+    def test_wrong_usage_is_one_line_and_a_pointer(self):
+        for arguments, words in [
+            (["--nonsense"], "unexpected argument '--nonsense'"),
+            (["nonsense"], "unknown command 'nonsense'"),
+            (["list", "-o", "NONSENSE"], "unknown column 'NONSENSE'"),
+            (["list", "-o", ","], "names no column"),
+            (["list", "-J", "-P"], "excludes"),
+            (["list", "--timeout", "soon"], "'soon' is no time"),
+            (["list", "--timeout", "0"], "'0' is no time"),
+            (["list", "--timeout", "nan"], "'nan' is no time"),
+            (["list", "--timeout"], "--timeout needs a value"),
+            (["show"], "DEVICE|SERIAL is missing"),
+            (["show", ""], "is empty"),
+            (["usb", "state", "X", "asleep"], "asleep"),
+            (["wait", "eaten", "/x"], "eaten"),
+            (["wait", "created"], "PATH is missing"),
+            (["firmware", "sda"], "--output is missing"),
+        ]:
+            with self.subTest(arguments=arguments):
+                result = run(*arguments)
+                self.assertEqual(result.returncode, 2, result.stderr)
+                self.assertEqual(result.stdout, "")
+                lines = result.stderr.splitlines()
+                self.assertEqual(len(lines), 2, result.stderr)
+                self.assertTrue(lines[0].startswith("torvane: "))
+                self.assertIn(words, lines[0])
+                self.assertRegex(lines[1], r"^Try 'torvane( [a-z]+)? --help'")
+
+    def test_every_option_is_in_manual_and_completions(self):
+        self.assertRegex(run("--version").stdout, r"^torvane \d+\.\d+\.\d+\n$")
+        overview = run("--help")
+        self.assertEqual((overview.returncode, overview.stderr), (0, ""))
+        manual = (ROOT / "man" / "torvane.1").read_text(encoding="utf-8")
+        folder = ROOT / "tools" / "torvane" / "completions"
+        completions = [(folder / name).read_text(encoding="utf-8") for name in ("torvane.bash", "torvane.fish", "_torvane")]
+        options = help_options(overview.stdout)
+        for command in COMMANDS:
+            self.assertIn(f"  {command} ", overview.stdout)
+            self.assertIn(f".It Cm {command}", manual)
+            result = run(command, "--help")
+            self.assertEqual(result.returncode, 0)
+            options |= help_options(result.stdout)
+        for change in ("state", "bind", "unbind"):
+            options |= help_options(run("usb", change, "--help").stdout)
+        self.assertGreater(len(options), 15)
+        for option in sorted(options):
+            self.assertRegex(manual, rf"\.It Fl (\w , )?{option[1:]}\b")
+            for text in completions:
+                name = option[2:]
+                self.assertTrue(re.search(rf"(--|-l ){name}\b", text), f"{option} is missing")
+
+    def test_columns_are_listed_and_all_accepted_in_any_case(self):
+        lines = run("list", "-H", "-n", "-r").stdout.splitlines()
+        names = [line.split(" ")[0] for line in lines]
+        self.assertIn("SERIAL", names)
+        self.assertEqual(len(names), len(set(names)))
+        for name in names:
+            self.assertNotIn("unknown column", run("list", "-o", name.lower(), "/nowhere").stderr)
+
+
+class Documents(unittest.TestCase):
+    def check(self, name, *arguments):
+        result = run(*arguments)
+        self.assertIn(result.returncode, (0, 64), result.stderr)
+        document = json.loads(result.stdout)
+        jsonschema.validate(document, schema(name))
+        return document
+
+    def test_documents_keep_to_their_schemas(self):
+        wide = self.check("list", "list", "--json", "--output-all")
+        self.check("list", "-J")
+        self.check("usb", "usb", "--json")
+        for drive in wide["drives"]:
+            if drive["name"] is not None and drive["path"].startswith("/dev/") and os.path.exists(drive["path"]):
+                self.assertEqual(self.check("show", "show", "-J", drive["path"])["drive"]["path"], drive["path"])
+                size = pathlib.Path("/sys/class/block", drive["name"], "size")
+                if drive["size"] is not None:
+                    self.assertEqual(drive["size"], int(size.read_text()) * 512)
+
+    def test_the_schema_refuses_what_is_wrong(self):
+        for wrong in ({"drives": []}, {"schema_version": 1, "drives": [None]},
+                      {"schema_version": 1, "drives": [{"size": "1G"}]}):
+            with self.assertRaises(jsonschema.ValidationError):
+                jsonschema.validate(wrong, schema("list"))
+
+
+class Failures(unittest.TestCase):
+    def test_what_is_no_device_is_named(self):
+        for argument, words in [("nowhere", "/dev/nowhere: No such file or directory"),
+                                ("/etc/hostname", "/etc/hostname: not a device"),
+                                ("/nowhere/" + "x" * 5000, "File name too long")]:
+            for command in ("list", "tray"):
+                result = run(command, argument)
+                self.assertEqual((result.returncode, result.stdout), (1, ""))
+                self.assertIn(words, result.stderr)
+        result = run("show", "no-such-serial")
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("no-such-serial", result.stderr)
+
+    def test_a_full_disk_is_a_failure(self):
+        with open("/dev/full", "w", encoding="utf-8") as full:
+            result = subprocess.run([TORVANE, "list", "-H"], stdout=full, stderr=subprocess.PIPE, text=True, check=False)
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("No space left on device", result.stderr)
+
+    def test_an_ordinary_user_reads_the_remedy_once(self):
+        if os.geteuid() != 0:
+            self.skipTest("only root can become somebody else")
+        lines = pathlib.Path("/proc/partitions").read_text(encoding="utf-8").splitlines()[2:]
+        disks = [line.split()[3] for line in lines]
+        disks = [name for name in disks if os.path.exists(f"/sys/block/{name}") and not name.startswith("dm-")]
+        self.assertTrue(disks, "this machine has no disk at all")
+
+        def become_nobody():
+            os.setgroups([])
+            os.setgid(65534)
+            os.setuid(65534)
+
+        result = run("list", preexec_fn=become_nobody, cwd="/")
+        self.assertEqual(result.returncode, 64, result.stderr)
+        self.assertEqual(result.stderr.count("needs root"), 1, result.stderr)
+        self.assertIn(disks[0], result.stdout)
+
+
+class Raid(unittest.TestCase):
+    def tool(self, folder, name, text):
+        path = pathlib.Path(folder, name)
+        path.write_text("#!/bin/sh\n" + text, encoding="utf-8")
+        path.chmod(path.stat().st_mode | stat.S_IXUSR)
+
+    def raid(self, tools, *arguments):
+        with tempfile.TemporaryDirectory() as folder:
+            for name, text in tools.items():
+                self.tool(folder, name, text)
+            for needed in ("sh", "timeout", "which", "cat", "sleep", "echo"):
+                found = next(p for p in ("/bin/" + needed, "/usr/bin/" + needed) if os.path.exists(p))
+                os.symlink(found, os.path.join(folder, needed))
+            return run("raid", *arguments, env={"PATH": folder})
+
+    def test_without_a_tool_it_says_which_are_missing(self):
+        result = self.raid({})
+        self.assertEqual(result.returncode, 64)
+        for tool in ("megacli", "arcconf"):
+            self.assertIn(f"torvane: {tool}: not found on the PATH", result.stderr)
+        self.assertEqual(json.loads(self.raid({}, "-J").stdout)["controllers"], [])
+
+    def test_a_broken_tool_is_named_and_nothing_but_json_is_printed(self):
+        result = self.raid({"megacli": "echo noise; echo trouble >&2; exit 3\n"}, "-J")
+        self.assertEqual(result.returncode, 64)
+        document = json.loads(result.stdout)
+        jsonschema.validate(document, schema("raid"))
+        self.assertRegex(result.stderr, r"torvane: megacli: .*exit code 3")
+        self.assertNotIn("arcconf", result.stderr)
+
+    def test_a_tool_that_never_ends_ends_here(self):
+        before = time.monotonic()
+        result = self.raid({"arcconf": "sleep 300\n"}, "--timeout", "0.5")
+        self.assertEqual(result.returncode, 64)
+        self.assertIn("arcconf: no answer within 1 s", result.stderr)
+        self.assertLess(time.monotonic() - before, 20)
+
+
+class Waiting(unittest.TestCase):
+    def test_wait_sees_files_come_and_go(self):
+        with tempfile.TemporaryDirectory() as folder:
+            path = os.path.join(folder, "later", "node")
+            waiting = subprocess.Popen([TORVANE, "wait", "created", path, "--timeout", "30"])
+            time.sleep(0.3)
+            os.mkdir(os.path.dirname(path))
+            # A longer name that begins alike is another file.
+            open(path + "2", "w", encoding="utf-8").close()
+            with self.assertRaises(subprocess.TimeoutExpired):
+                waiting.wait(1.5)
+            open(path, "w", encoding="utf-8").close()
+            self.assertEqual(waiting.wait(10), 0)
+            waiting = subprocess.Popen([TORVANE, "wait", "deleted", path, path + "2", "--timeout", "30"])
+            os.unlink(path + "2")
+            with self.assertRaises(subprocess.TimeoutExpired):
+                waiting.wait(0.5)
+            os.unlink(path)
+            self.assertEqual(waiting.wait(10), 0)
+            late = run("wait", "created", path, "--timeout", "0.3")
+            self.assertEqual(late.returncode, 1)
+            self.assertIn(path, late.stderr)
+
+    def test_watch_tells_of_new_directories_until_interrupted(self):
+        with tempfile.TemporaryDirectory() as folder:
+            watching = subprocess.Popen([TORVANE, "watch", "-J", folder], stdout=subprocess.PIPE, text=True)
+            time.sleep(0.5)
+            os.mkdir(os.path.join(folder, "new"))
+            self.assertEqual(json.loads(watching.stdout.readline()),
+                             {"event": "created", "path": folder + "/new", "directory": True})
+            time.sleep(0.3)
+            open(os.path.join(folder, "new", "file"), "w", encoding="utf-8").close()
+            self.assertEqual(json.loads(watching.stdout.readline())["path"], folder + "/new/file")
+            watching.terminate()
+            self.assertEqual(watching.wait(10), 0)
+            watching.stdout.close()
+        result = run("watch", "/nowhere")
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("/nowhere", result.stderr)
+
+
+class Mounting(unittest.TestCase):
+    def test_umount_removes_nothing_that_mount_did_not_make(self):
+        with tempfile.TemporaryDirectory() as folder:
+            keep = pathlib.Path(folder, "torvane.abcdef", "letter")
+            keep.parent.mkdir()
+            keep.write_text("dear", encoding="utf-8")
+            for directory in (folder, str(keep.parent), str(keep), folder + "/nowhere"):
+                result = run("umount", directory)
+                self.assertEqual(result.returncode, 1, directory)
+                self.assertIn(directory, result.stderr)
+            self.assertEqual(keep.read_text(encoding="utf-8"), "dear")
+            keep.unlink()
+            self.assertEqual(run("umount", str(keep.parent)).returncode, 0)
+            self.assertFalse(keep.parent.exists())
+
+    def test_firmware_leaves_nothing_behind(self):
+        with tempfile.TemporaryDirectory() as folder:
+            image = pathlib.Path(folder, "image")
+            result = run("firmware", "/dev/null", "-o", str(image))
+            self.assertEqual(result.returncode, 1)
+            self.assertIn("/dev/null: ", result.stderr)
+            self.assertEqual(os.listdir(folder), [])
+            image.write_text("old", encoding="utf-8")
+            self.assertIn("--force", run("firmware", "/dev/null", "-o", str(image)).stderr)
+            self.assertEqual(image.read_text(encoding="utf-8"), "old")
+
+
+if __name__ == "__main__":
+    unittest.main(argv=[sys.argv[0], "-v"])

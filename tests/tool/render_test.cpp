@@ -1,0 +1,109 @@
+#include "table.h"
+#include "text.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <memory>
+
+namespace {
+
+using namespace tool;
+
+constexpr Column kName{"NAME", "name", Kind::kName, "", 3};
+constexpr Column kModel{"MODEL", "model", Kind::kText, "", 1, true};
+constexpr Column kSize{"SIZE", "size", Kind::kBytes, "", 3};
+
+Table one_disk(const std::string &model) {
+    Row part{1, {std::string("/dev/sda1"), {}, std::uint64_t{1} << 20}, {}, false};
+    Row disk{0, {std::string("/dev/sda"), model, std::uint64_t{500107862016}}, {{"partitions", {part}}}, false};
+    return {{&kName, &kModel, &kSize}, {"drives", {disk}}};
+}
+
+std::string print(const Table &table, Style style) {
+    char *text = nullptr;
+    std::size_t size = 0;
+    std::FILE *memory = open_memstream(&text, &size);
+    print_table(table, style, memory);
+    std::fclose(memory);
+    const std::unique_ptr<char, decltype(&std::free)> owned(text, &std::free);
+    return {text, size};
+}
+
+Style style_of(Format format) {
+    Style style;
+    style.format = format;
+    return style;
+}
+
+// A drive can say anything about itself: blanks, quotes, control characters, half a character.
+const std::string kHostile = "A \"B\" $(reboot) `x`\n\x1b[31m\x7f\xff\xc3";
+
+TEST(Render, SizesAreShortForPeopleAndExactForPrograms) {
+    EXPECT_EQ(human_size(0), "0B");
+    EXPECT_EQ(human_size(1023), "1023B");
+    EXPECT_EQ(human_size(1024), "1K");
+    EXPECT_EQ(human_size(1536), "1.5K");
+    EXPECT_EQ(human_size(1048575), "1M");
+    EXPECT_EQ(human_size(500107862016), "465.8G");
+    EXPECT_EQ(human_size(UINT64_MAX), "16E");
+    EXPECT_NE(print(one_disk("M"), style_of(Format::kTable)).find("465.8G"), std::string::npos);
+    Style bytes;
+    bytes.bytes = true;
+    for (const Style &style : {style_of(Format::kRaw), style_of(Format::kPairs), style_of(Format::kJson), bytes}) {
+        EXPECT_NE(print(one_disk("M"), style).find("500107862016"), std::string::npos);
+    }
+}
+
+TEST(Render, HostileTextStaysOnItsLineAndInItsField) {
+    const std::string raw = print(one_disk(kHostile), style_of(Format::kRaw));
+    EXPECT_EQ(std::count(raw.begin(), raw.end(), '\n'), 3) << raw;
+    const std::string disk = raw.substr(raw.find('\n') + 1, raw.find('\n', raw.find('\n') + 1) - raw.find('\n') - 1);
+    EXPECT_EQ(std::count(disk.begin(), disk.end(), ' '), 2) << disk;
+    const std::string pairs = print(one_disk(kHostile), style_of(Format::kPairs));
+    EXPECT_EQ(std::count(pairs.begin(), pairs.end(), '\n'), 2) << pairs;
+    EXPECT_EQ(std::count(pairs.begin(), pairs.end(), '"'), 12) << pairs;
+    // What a shell would run or a terminal obey never comes out bare.
+    for (const char dangerous : {'$', '`'}) EXPECT_EQ(pairs.find(dangerous), std::string::npos) << pairs;
+    for (const Format format : {Format::kTable, Format::kRaw, Format::kPairs}) {
+        const std::string text = print(one_disk(kHostile), style_of(format));
+        for (const char control : {'\x1b', '\x7f', '\xff'}) EXPECT_EQ(text.find(control), std::string::npos) << text;
+    }
+}
+
+TEST(Render, JsonIsValidWhateverTheDriveSays) {
+    const Json document = Json::parse(print(one_disk(kHostile), style_of(Format::kJson)));
+    const Json &disk = document.at("drives").at(0);
+    EXPECT_EQ(disk.at("model"), "A \"B\" $(reboot) `x`\n\x1b[31m\x7f\xef\xbf\xbd\xef\xbf\xbd");
+    EXPECT_EQ(disk.at("name"), "sda");
+    EXPECT_TRUE(disk.at("size").is_number_unsigned());
+    const Json &part = disk.at("partitions").at(0);
+    EXPECT_EQ(part.at("name"), "sda1");
+    EXPECT_FALSE(part.contains("model")); // a partition has none
+    const Table empty{{&kName}, {"drives", {}}};
+    EXPECT_EQ(Json::parse(print(empty, style_of(Format::kJson))).at("drives"), Json::array());
+}
+
+TEST(Render, OnlyTheTableDrawsTheTree) {
+    setenv("LC_ALL", "C", 1);
+    EXPECT_NE(print(one_disk("M"), style_of(Format::kTable)).find("-sda1"), std::string::npos);
+    EXPECT_EQ(print(one_disk("M"), style_of(Format::kRaw)).find("-sda1"), std::string::npos);
+    Style whole;
+    whole.paths = true;
+    whole.headings = false;
+    const std::string table = print(one_disk("M"), whole);
+    EXPECT_NE(table.find("/dev/sda1"), std::string::npos);
+    EXPECT_EQ(table.find("NAME"), std::string::npos);
+}
+
+TEST(Text, OnlyCompleteUtf8WithoutControlsIsPrintable) {
+    EXPECT_EQ(printable("Größe ✓ 😀"), "Größe ✓ 😀");
+    EXPECT_EQ(printable("a\tb\r\n"), "a\\x09b\\x0d\\x0a");
+    EXPECT_EQ(printable("\xc2\x9b"), "\\xc2\\x9b");          // the 8-bit escape introducer
+    EXPECT_EQ(printable("\xc0\xaf"), "\\xc0\\xaf");          // overlong
+    EXPECT_EQ(printable("\xed\xa0\x80"), "\\xed\\xa0\\x80"); // surrogate
+    EXPECT_EQ(printable("\xf4\x90\x80\x80"), "\\xf4\\x90\\x80\\x80");
+    EXPECT_EQ(printable("x\xe2\x82"), "x\\xe2\\x82");
+}
+
+} // namespace

@@ -1,0 +1,144 @@
+// torvane firmware: a drive's firmware image as a file.
+#include "commands.h"
+#include "devices.h"
+#include "isolate.h"
+#include "records.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+
+namespace tool {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Eighty commands and more, each of which a slow drive may think about.
+constexpr double kFirmwareSeconds = 300;
+
+struct FirmwareOptions {
+    std::string device;
+    std::string file;
+    bool force = false;
+    double timeout = kFirmwareSeconds;
+};
+
+Wire read_image(const std::string &path) {
+    DeviceState state{-1, -1, nullptr};
+    const int result = get_device_state_full(-1, path.c_str(), &state);
+    const std::unique_ptr<unsigned char, decltype(&std::free)> image(state.firmware_image, &std::free);
+    if (image && state.firmware_size > 0) {
+        return {{"image", Wire::binary({image.get(), image.get() + state.firmware_size})}};
+    }
+    const std::string words = words_about({TORVANE_ERROR_STATE, TORVANE_ERROR_IDENTITY});
+    if (result == 0) return {{"error", "the library knows no way to read firmware from this maker's drives"}};
+    return {{"error", words.empty() ? "the drive did not give its firmware" : words}};
+}
+
+Outcome read_with_progress(const FirmwareOptions &options, const std::string &path) {
+    const bool on_terminal = isatty(STDERR_FILENO) == 1;
+    const auto started = std::chrono::steady_clock::now();
+    Outcome outcome;
+    Isolation isolation(to_limit(options.timeout));
+    isolation.add({[&path] { return read_image(path); }, [&outcome](Outcome result) { outcome = std::move(result); }});
+    if (on_terminal) {
+        isolation.on_tick([&] {
+            const auto passed = std::chrono::steady_clock::now() - started;
+            std::fprintf(stderr, "\rreading firmware of %s: %lld s", path.c_str(),
+                         static_cast<long long>(std::chrono::duration_cast<std::chrono::seconds>(passed).count()));
+        });
+    }
+    isolation.run();
+    if (on_terminal) std::fprintf(stderr, "\r\033[K");
+    return outcome;
+}
+
+// A file beside its place, gone again unless it is put there. Signals wait for as long as it exists, so that
+// nothing but a kill leaves it behind.
+class NewFile {
+  public:
+    explicit NewFile(const std::string &place) : place_(place), name_(place + ".XXXXXX") {
+        sigset_t all{};
+        sigfillset(&all);
+        sigprocmask(SIG_BLOCK, &all, &before_);
+        fd_ = mkostemp(name_.data(), O_CLOEXEC);
+    }
+    NewFile(const NewFile &) = delete;
+    NewFile &operator=(const NewFile &) = delete;
+    ~NewFile() {
+        if (fd_ >= 0) close(fd_);
+        if (fd_ >= 0 && !kept_) unlink(name_.c_str());
+        sigprocmask(SIG_SETMASK, &before_, nullptr);
+    }
+
+    // Complete and on the medium before it takes its name.
+    bool keep(const Wire::binary_t &bytes, bool replace) {
+        if (fd_ < 0 || !write_all(bytes) || fchmod(fd_, S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH) != 0 ||
+            fsync(fd_) != 0) {
+            return false;
+        }
+        const unsigned flags = replace ? 0 : RENAME_NOREPLACE;
+        kept_ = renameat2(AT_FDCWD, name_.c_str(), AT_FDCWD, place_.c_str(), flags) == 0;
+        return kept_;
+    }
+
+  private:
+    bool write_all(const Wire::binary_t &bytes) const {
+        std::size_t done = 0;
+        while (done < bytes.size()) {
+            const ssize_t count = write(fd_, bytes.data() + done, bytes.size() - done);
+            if (count < 0) return false;
+            done += static_cast<std::size_t>(count);
+        }
+        return true;
+    }
+
+    std::string place_;
+    std::string name_;
+    int fd_ = -1;
+    bool kept_ = false;
+    sigset_t before_{};
+};
+
+int run(const FirmwareOptions &options) {
+    if (!options.force && fs::exists(fs::symlink_status(options.file))) {
+        complain(options.file + ": exists already; --force replaces it");
+        return kFailed;
+    }
+    std::vector<Failure> failures;
+    const std::vector<std::string> paths = resolve_devices({options.device}, false, failures);
+    tell(failures);
+    if (paths.empty()) return kFailed;
+    const Outcome outcome = read_with_progress(options, paths.front());
+    const bool done = outcome.state == Outcome::State::kDone;
+    if (!done || !outcome.result.contains("image")) {
+        complain(paths.front() + ": " + (done ? outcome.result.at("error").get<std::string>() : outcome.words));
+        return kFailed;
+    }
+    const Wire::binary_t &image = outcome.result.at("image").get_binary();
+    if (!NewFile(options.file).keep(image, options.force)) {
+        complain(options.file + ": cannot be written: " + std::strerror(errno));
+        return kFailed;
+    }
+    std::fprintf(stderr, "%s: %zu bytes\n", options.file.c_str(), image.size());
+    return kDone;
+}
+
+} // namespace
+
+void add_firmware_command(CLI::App &tool, Action &chosen) {
+    const auto options = std::make_shared<FirmwareOptions>();
+    CLI::App &command = add_command(tool, chosen, "firmware", "Write a drive's firmware image to a file.",
+                                    [options] { return run(*options); });
+    command.add_option("DEVICE", options->device, "the drive")->required();
+    command.add_option("-o,--output", options->file, "the file to write")->required()->option_text("FILE");
+    command.add_flag("--force", options->force, "replace the file if it exists");
+    add_timeout_option(command, options->timeout);
+}
+
+} // namespace tool
