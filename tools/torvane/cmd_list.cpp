@@ -34,13 +34,13 @@ struct Extra {
 };
 
 const std::vector<Extra> &extras() {
-    static const std::vector<Extra> kExtras = {
+    static const std::vector<Extra> list = {
         {&ListOptions::defects, DRIVE_OPTION_DEFECTS, {"MDEFECTS", "GDEFECTS"}},
         {&ListOptions::state, DRIVE_OPTION_STATE, {"PERMISSION"}},
         {&ListOptions::raid, DRIVE_OPTION_RAID, {"LOCATION", "RAID-DEVICE"}},
         {&ListOptions::usb, DRIVE_OPTION_USB, {"STATUS"}},
     };
-    return kExtras;
+    return list;
 }
 
 void add_column(DriveColumns &columns, std::string_view name) {

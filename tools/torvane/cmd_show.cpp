@@ -2,6 +2,7 @@
 #include "commands.h"
 #include "devices.h"
 #include "drive_columns.h"
+#include "raid.h"
 #include "text.h"
 
 #include <algorithm>
@@ -18,7 +19,7 @@ struct ShowOptions {
 };
 
 constexpr DriveOptions kEverything =
-    DRIVE_OPTION_GEOMETRY | DRIVE_OPTION_IDENTITY | DRIVE_OPTION_DEFECTS | DRIVE_OPTION_STATE;
+    DRIVE_OPTION_GEOMETRY | DRIVE_OPTION_IDENTITY | DRIVE_OPTION_DEFECTS | DRIVE_OPTION_STATE | DRIVE_OPTION_USB;
 
 // The lines for people; what a drive does not have is left out.
 struct Line {
@@ -85,7 +86,7 @@ void print_failures(const std::vector<Failure> &failures) {
 }
 
 void print_drive(const Drive &drive) {
-    std::printf("%s\n", printable(drive.record->name ? drive.record->name : "(no device node)").c_str());
+    std::printf("%s\n", printable(drive.record->name != nullptr ? drive.record->name : "(no device node)").c_str());
     for (const Line &line : kLines) {
         const std::string text = value_text(line, drive);
         if (!text.empty()) print_line(line.label, text);
@@ -116,10 +117,10 @@ Json drive_document(const Drive &drive, const Style &style) {
 
 void keep_matches(std::vector<Drive> &drives, const std::string &serial) {
     std::erase_if(drives, [&](const Drive &drive) {
-        return !drive.record->serial || !std::string_view(drive.record->serial).starts_with(serial);
+        return drive.record->serial == nullptr || !std::string_view(drive.record->serial).starts_with(serial);
     });
     // A whole serial number names one drive even where others begin with it.
-    const auto is_whole = [&](const Drive &drive) { return drive.record->serial == serial; };
+    const auto is_whole = [&](const Drive &drive) { return std::string_view(drive.record->serial) == serial; };
     if (std::count_if(drives.begin(), drives.end(), is_whole) == 1) std::erase_if(drives, std::not_fn(is_whole));
 }
 
@@ -133,14 +134,7 @@ int refuse_candidates(const std::string &serial, const std::vector<Drive> &drive
     return kFailed;
 }
 
-int show(const ShowOptions &options, const std::string &name) {
-    Request request;
-    request.options = kEverything;
-    request.names = {name};
-    request.limit = to_limit(options.timeout);
-    request.every_failure = true;
-    const Found found = find_drives(request);
-    const std::vector<Failure> failures = all_failures(found);
+int print(const ShowOptions &options, const Found &found) {
     for (const Drive &drive : found.drives) {
         if (options.output.json) {
             print_json(drive_document(drive, options.output.style()), stdout);
@@ -148,18 +142,46 @@ int show(const ShowOptions &options, const std::string &name) {
             print_drive(drive);
         }
     }
+    const std::vector<Failure> failures = all_failures(found);
     tell(failures);
     return exit_code(failures, !found.drives.empty());
 }
 
-int show_by_serial(const ShowOptions &options) {
+int show(const ShowOptions &options, const std::string &name) {
     Request request;
+    request.options = kEverything;
+    request.names = {name};
     request.limit = to_limit(options.timeout);
-    Found found = find_drives(request);
-    std::vector<Failure> failures = all_failures(found);
-    keep_matches(found.drives, options.target);
-    if (found.drives.size() == 1) return show(options, found.drives.front().record->name);
+    request.every_failure = true;
+    return print(options, find_drives(request));
+}
+
+// Drives of the kernel first; what only USB or a RAID maker's tool knows is looked for when none of them fits.
+Found find_by_serial(const ShowOptions &options, std::vector<Failure> &failures) {
+    const DriveOptions wider = DRIVE_OPTION_USB | (has_raid_tool() ? DRIVE_OPTION_RAID : 0);
+    Found found;
+    for (const DriveOptions more : {0, wider}) {
+        Request request;
+        request.options |= more;
+        request.limit = to_limit(options.timeout);
+        found = find_drives(request);
+        failures = all_failures(found);
+        keep_matches(found.drives, options.target);
+        if (!found.drives.empty()) break;
+    }
+    return found;
+}
+
+int show_by_serial(const ShowOptions &options) {
+    std::vector<Failure> failures;
+    Found found = find_by_serial(options, failures);
     if (found.drives.size() > 1) return refuse_candidates(options.target, found.drives);
+    if (found.drives.size() == 1) {
+        const DriveRecord &record = *found.drives.front().record;
+        const bool has_node = record.name != nullptr && record.drive_type != DRIVE_TYPE_RAID_MEMBER;
+        found.failures.clear(); // of the search, which was successful
+        return has_node ? show(options, record.name) : print(options, found);
+    }
     failures.push_back({options.target, {}, "no device of this name, and no serial number begins with it", {}, true});
     tell(failures);
     return kFailed;

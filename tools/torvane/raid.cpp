@@ -5,8 +5,10 @@
 #include <glob.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <map>
 #include <new>
 #include <sstream>
@@ -167,8 +169,7 @@ Failure absent(const Maker &maker, bool has_hardware) {
 
 // A machine with one maker's controllers has one maker's tool; no tool at all is another matter.
 void note_absent(std::vector<Failure> &failures) {
-    bool any_present = false;
-    for (const Maker &maker : kMakers) any_present = any_present || is_on_path(maker.program);
+    const bool any_present = has_raid_tool();
     for (const Maker &maker : kMakers) {
         const bool has_hardware = exists(maker.hardware);
         if (!is_on_path(maker.program) && (has_hardware || !any_present))
@@ -221,6 +222,11 @@ void groups_from_wire(const Wire &wire, RaidController &controller) {
 }
 
 } // namespace
+
+bool has_raid_tool() {
+    return std::any_of(std::begin(kMakers), std::end(kMakers),
+                       [](const Maker &maker) { return is_on_path(maker.program); });
+}
 
 Wire find_controllers(std::chrono::milliseconds limit, std::vector<Failure> &failures) {
     std::map<const Maker *, Wire> found; // in the order of the makers, whichever tool ends first

@@ -34,6 +34,9 @@ class Controllers {
     uint32_t count_ = 0;
 };
 
+// Whether any maker's tool is on the PATH.
+bool has_raid_tool();
+
 // The controllers of all makers as a wire array, one maker after the other; what failed is appended to the
 // failures. The library's get_raids() loses all makers when one tool misbehaves; here each stands alone.
 Wire find_controllers(std::chrono::milliseconds limit, std::vector<Failure> &failures);

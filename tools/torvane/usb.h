@@ -14,6 +14,7 @@ namespace tool {
 Wire find_interfaces(std::chrono::milliseconds limit, std::vector<Failure> &failures);
 
 // One interface, or one device behind it, that a serial number selects as the library would.
+// NOLINTNEXTLINE(bugprone-exception-escape): moving a JSON value throws nothing
 struct Selected {
     Wire interface;
     std::vector<Wire> devices; // those that the change will touch
