@@ -68,7 +68,7 @@ int start_group(ConfigState &state, const char *line) noexcept {
 int read_group_name(ConfigState &state, const char *line) noexcept {
     if (state.group == nullptr) return -1;
     char *word = nullptr;
-    const int fields = scan_words(line, KEY_NAME " %ms", &word);
+    const int fields = std::sscanf(line, KEY_NAME " %ms", &word);
     CString name(word);
     if (fields != 1) return -1;
     replace(state.group->name, std::move(name));

@@ -24,11 +24,14 @@ void discard(RaidController **list, uint32_t *count) noexcept {
 
 // The presence test says yes on every machine whose /bin/sh takes "&>" for "in the background", so a tool
 // that is not there at all fails only when it is run. That must not cost the other maker's controllers.
+bool is_absent(const Backend &backend, uint32_t before, uint32_t count) noexcept {
+    return before > 0 && count == before && !command_succeeds(backend.search);
+}
+
 int read_backend(const Backend &backend, RaidController **list, uint32_t *count) noexcept {
     const uint32_t before = *count;
-    if (get_raids_from_card(list, count, backend.operations) != 0) {
-        if (*count != before || command_succeeds(backend.search)) return -1;
-    }
+    const int result = get_raids_from_card(list, count, backend.operations);
+    if (result != 0 && !is_absent(backend, before, *count)) return -1;
     return check_raids(*list, static_cast<int>(*count));
 }
 

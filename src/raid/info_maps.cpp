@@ -50,7 +50,7 @@ template <class Read> bool add_entry(const char *name, InfoMapEntry **map, uint3
 
 int add_disk(const char *line, InfoMapEntry **map, uint32_t *count) noexcept {
     char *word = nullptr;
-    const int fields = scan_words(line, "%*d %*d %*u %ms", &word);
+    const int fields = std::sscanf(line, "%*d %*d %*u %ms", &word);
     const CString name(word);
     if (fields != 1) return -1;
     if (is_partition(word) != 0) return 0;

@@ -102,7 +102,7 @@ RaidDriveGroup *create_new_drive_group(const char *line, RaidController *control
 int set_group_name(const char *line, char **name) noexcept {
     if (line == nullptr || name == nullptr) return -1;
     char *word = nullptr;
-    const int fields = scan_words(line, "Name                :%ms", &word);
+    const int fields = std::sscanf(line, "Name                :%ms", &word);
     CString text(word);
     if (fields != 1) text.reset(duplicate_str(""));
     if (!text) return -1;

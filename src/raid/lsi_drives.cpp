@@ -76,7 +76,7 @@ int read_size(PhysicalDriveState &state, const char *line) noexcept {
 int read_inquiry(PhysicalDriveState &state, const char *line) noexcept {
     if (state.drive == nullptr) return -1;
     char *words[3] = {};
-    const int fields = scan_words(line, "Inquiry Data: %ms %ms %ms ", &words[0], &words[1], &words[2]);
+    const int fields = std::sscanf(line, "Inquiry Data: %ms %ms %ms ", &words[0], &words[1], &words[2]);
     const CString first(words[0]);
     const CString second(words[1]);
     CString serial(words[2]);

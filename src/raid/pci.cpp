@@ -62,7 +62,7 @@ struct LspciState {
 
 void open_block(LspciState &state, const char *line) noexcept {
     char *word = nullptr;
-    const int fields = scan_words(line, "%ms %*[ A-Za-z0-9]: %*s", &word);
+    const int fields = std::sscanf(line, "%ms %*[ A-Za-z0-9]: %*s", &word);
     CString slot(word);
     if (fields == 1) state.slot = std::move(slot);
 }

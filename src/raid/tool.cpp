@@ -6,7 +6,6 @@
 #include <sys/wait.h>
 
 #include <cerrno>
-#include <cstdarg>
 #include <cstring>
 
 namespace torvane {
@@ -58,14 +57,6 @@ int finish_tool(const Tool &tool, RunningTool &running) noexcept {
     char reason[32];
     (void)std::snprintf(reason, sizeof reason, "exit code %d", WEXITSTATUS(status));
     return fail_end(tool, reason);
-}
-
-int scan_words(const char *line, const char *format, ...) noexcept {
-    va_list places;
-    va_start(places, format);
-    const int fields = std::vsscanf(line, format, places);
-    va_end(places);
-    return fields;
 }
 
 bool command_succeeds(const char *command) noexcept {

@@ -42,9 +42,6 @@ template <class Read> int run_tool(const Tool &tool, Read read) noexcept {
 // Whether a shell command, run silently, ends with exit code 0.
 bool command_succeeds(const char *command) noexcept;
 
-// sscanf() for formats with "%ms", the allocated word that POSIX has and ISO C++ has not.
-int scan_words(const char *line, const char *format, ...) noexcept;
-
 // Hands every line and its length to `handle` until that says false. False when reading failed.
 template <class Handle> bool for_each_line(FILE *stream, Handle handle) noexcept {
     for (;;) {

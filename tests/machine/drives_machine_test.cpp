@@ -144,6 +144,8 @@ TEST_F(Disks, HaveTheKernelsNumbersSizesAndSectors) {
         EXPECT_EQ(std::to_string(drive->major) + ":" + std::to_string(drive->minor), device.at("maj:min")) << name;
         EXPECT_EQ(drive->block_size * drive->block_count, device.at("size").get<uint64_t>()) << name;
         EXPECT_EQ(drive->block_size, device.at("log-sec").get<uint64_t>()) << name;
+        // Optical drives tell no start, and an empty one is opened by nobody else.
+        if (drive->drive_type == DRIVE_TYPE_OPTICAL) continue;
         EXPECT_EQ(std::to_string(drive->block_size), trimmed(output_of("blockdev --getss " + name))) << name;
         EXPECT_EQ(drive->device_start, 0U) << name;
         EXPECT_EQ(drive->geometry_result & ~uint32_t{7}, drive->geometry_result) << name;

@@ -3,6 +3,7 @@
 #include "explain.h"
 #include "raid.h"
 #include "text.h"
+#include "unopened.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -134,8 +135,10 @@ Wire read_drives(const Names &names, DriveOptions options, bool essential_only) 
     }
     Wire drives = Wire::array();
     for (uint32_t i = 0; i < list.count; ++i) {
+        const std::vector<Failure> failures = explain(*list.drives[i], essential_only);
+        complete_unopened(*list.drives[i]);
         Wire wire = record_to_wire(*list.drives[i]);
-        wire["failures"] = failures_to_wire(explain(*list.drives[i], essential_only));
+        wire["failures"] = failures_to_wire(failures);
         drives.push_back(std::move(wire));
     }
     return {{"drives", std::move(drives)}};

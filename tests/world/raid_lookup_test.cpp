@@ -1,0 +1,106 @@
+#include "raid_tools.h"
+
+using namespace torvane::world;
+
+namespace {
+
+std::string shown(const char *text) { return text == nullptr ? "-" : text; }
+
+class RaidLookup : public RaidTest {
+  protected:
+    // The records as "type/number host:target:lun slot device".
+    static std::string looked_up() {
+        PciInfo *records = nullptr;
+        uint32_t found = 9;
+        const int result = lookup_pci_info(&records, &found);
+        std::string text = result == 0 ? "" : std::to_string(result) + " ";
+        for (uint32_t i = 0; i < found; ++i) {
+            const PciInfo &record = records[i];
+            text += std::to_string(record.type) + "/" + std::to_string(record.number) + " " +
+                    std::to_string(record.host) + ":" + std::to_string(record.target) + ":" +
+                    std::to_string(record.lun) + " " + shown(record.slot) + " " + shown(record.device) + "\n";
+        }
+        EXPECT_EQ(records == nullptr, found == 0);
+        release_pci_info(records, static_cast<int>(found));
+        return text;
+    }
+
+    template <class Relate> static std::string mapped(Relate relate) {
+        InfoMapEntry *map = nullptr;
+        uint32_t found = 9;
+        const int result = relate(&map, &found);
+        std::string text = result == 0 ? "" : std::to_string(result) + " ";
+        for (uint32_t i = 0; i < found; ++i) text += shown(map[i].device) + "=" + shown(map[i].info) + "\n";
+        EXPECT_TRUE(result == 0 || map == nullptr);
+        release_info_map(map, static_cast<int>(found));
+        return text;
+    }
+};
+
+TEST_F(RaidLookup, AdaptersAndTheirDisks) {
+    lspci("00:1f.2 SATA controller: Plain\n\tKernel modules: ahci\n\n"
+          "01:00.0 RAID bus controller: One\n\tKernel driver in use: megaraid_sas\n\tKernel modules: megaraid_sas\n\n"
+          "02:00.0 RAID bus controller: Two\n\tKernel modules: aacraid, megaraid_sas\n\n\n"
+          "single\n\tKernel modules: megaraid_sas\n");
+    EXPECT_EQ(looked_up(), "") << "no /sys/bus/pci/devices";
+    adapter("01:00.0", 4);
+    adapter("02:00.0", 5);
+    EXPECT_EQ(looked_up(), "") << "no /sys/class/scsi_disk";
+    logical_drive("sda", 0, "4:2:0:1");
+    logical_drive("sdb", 16, "4:2:3:0");
+    logical_drive("sdc", 32, "5:0:1:0");
+    logical_drive("sdd", 48, "4:0:0:0");
+    world.directory("/sys/class/scsi_disk/5:2:7:0");
+    EXPECT_EQ(looked_up().substr(0, 86), "2/0 4:0:1 01:00.0 /dev/sda\n"
+                                         "0/0 5:0:0 02:00.0 -\n"
+                                         "2/1 5:0:0 02:00.0 -\n"
+                                         "2/2 0:0:0 single -\n");
+    const std::string text = looked_up();
+    for (const char *further : {"2/0 4:3:0 - /dev/sdb\n", "0/0 5:1:0 - /dev/sdc\n", "2/1 5:7:0 - -\n"}) {
+        EXPECT_NE(text.find(further), std::string::npos) << further << text;
+    }
+    EXPECT_EQ(text.find("sdd"), std::string::npos) << "a disk that the adapter passes through";
+    world.directory("/sys/class/scsi_disk/odd");
+    EXPECT_EQ(looked_up(), "");
+}
+
+TEST_F(RaidLookup, ToolsThatFail) {
+    world.program("lspci", "printf '1 a: b\\nKernel modules: aacraid\\n'; exit 5");
+    EXPECT_EQ(looked_up(), "-1 ");
+    EXPECT_EQ(text_of(TORVANE_ERROR_RAID), "failed to read lspci information from 'lspci -v' (exit code 5)");
+    world.program("lspci", kKilled);
+    EXPECT_EQ(looked_up(), "-1 ");
+    EXPECT_EQ(text_of(TORVANE_ERROR_RAID), "failed to read lspci information from 'lspci -v' (killed process)");
+    lspci("\n\n\tKernel modules: \n");
+    EXPECT_EQ(looked_up(), "");
+}
+
+TEST_F(RaidLookup, ModelsOfWholeDisks) {
+    world.disk({.name = "sda", .vendor = "LSI", .model = "MR DATA", .partitions = {{.size = 1 << 20}}});
+    world.disk({.name = "sdb", .minor = 16, .address = "1:0:0:0"});
+    world.disk({.name = "sdc", .minor = 32, .address = "2:0:0:0"});
+    world.remove("/dev/sdb");
+    world.remove("/sys/devices/pci0000:00/0000:00:1f.2/ata1/host0/target0:0:0/2:0:0:0/vendor");
+    EXPECT_EQ(mapped(relate_model_to_drives), "/dev/sda=LSI MR DATA\n");
+    const std::string rows = read_file("/proc/partitions");
+    world.file("/proc/partitions", rows + "   8  48\n");
+    EXPECT_EQ(mapped(relate_model_to_drives), "-1 ");
+    world.file("/proc/partitions", rows + std::string(1 << 20, 'x'));
+    EXPECT_EQ(mapped(relate_model_to_drives), "-1 ");
+    world.remove("/proc/partitions");
+    EXPECT_EQ(mapped(relate_model_to_drives), "-1 ");
+}
+
+TEST_F(RaidLookup, SerialsOfGenericNodes) {
+    EXPECT_EQ(mapped(relate_serial_to_drives), "") << "no /sys/class/scsi_generic";
+    generic_node(1, " SER1 ");
+    world.directory("/sys/class/scsi_generic/sg2"); // no node in /dev
+    world.directory("/sys/class/scsi_generic/other");
+    EXPECT_EQ(mapped(relate_serial_to_drives), "/dev/sg1=SER1\n");
+    InfoMapEntry entry = {};
+    EXPECT_EQ(read_serial_from_drive("sg2", &entry), -1);
+    EXPECT_EQ(entry.device, nullptr);
+    EXPECT_EQ(read_model_from_drive(nullptr, &entry), -1);
+}
+
+} // namespace

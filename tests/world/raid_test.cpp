@@ -1,0 +1,282 @@
+#include "raid_tools.h"
+
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+
+using namespace torvane::world;
+
+namespace {
+
+const std::string kLogical = "Adapter 0 -- Virtual Drive Information:\n"
+                             "Virtual Drive: 0 (Target Id: 0)\nName                :\nSize                : 8 KB\n";
+const std::string kPhysical = "Adapter #0\nEnclosure Device ID: 1\nSlot Number: 2\n"
+                              "Drive's position: DiskGroup: 0, Span: 0, Arm: 0\nEnclosure position: 1\n"
+                              "Coerced Size: 4 KB [0x8 Sectors]\nInquiry Data: ACME L1 LS0\n";
+const std::string kSmallLsi = "2/0\n 0 /dev/raid_2_0_0 [] 8192\n   2 /dev/sg_raid_2_0_2 [LS0] [ACME L1] (0, 2) 4096\n";
+const std::string kSmallAdaptec =
+    "0/1\n 0 /dev/raid_0_1_0 [DATA] 8192\n   0 /dev/sg_raid_0_1_0 [S0] [ACME D1] (0, 0) 4096\n";
+
+class Raid : public RaidTest {
+  protected:
+    // The presence tests' verdict where /bin/sh knows "&>"; dash says yes to all.
+    static void answer_presence(bool arcconf, bool megacli) {
+        answers().system = [=](const char *command) -> std::optional<int> {
+            const bool found = strcmp(command, "which arcconf &> /dev/null") == 0 ? arcconf : megacli;
+            return found ? 0 : 256;
+        };
+    }
+
+    std::string adaptec(const std::string &config) {
+        arcconf("Controllers found: 1\n", {config});
+        forget();
+        const int result = get_raids_adaptec(&list, &count);
+        return result == 0 ? described() : std::to_string(result);
+    }
+};
+
+TEST_F(Raid, WithoutToolsNothingElseRuns) {
+    world.program("lspci", "touch /run/lspci-ran");
+    for (const bool said_present : {false, true}) {
+        answer_presence(said_present, said_present);
+        EXPECT_EQ(read(), 0);
+        EXPECT_EQ(list, nullptr);
+        EXPECT_EQ(count, 0U);
+    }
+    EXPECT_EQ(text_of(TORVANE_ERROR_RAID), "failed to read number of raid controllers (exit code 127)");
+    EXPECT_FALSE(std::filesystem::exists("/run/lspci-ran"));
+}
+
+TEST_F(Raid, ControllersOfBothMakersAreReadAndNamed) {
+    answer_presence(true, true);
+    arcconf("Controllers found: 2\r\nController #1\n",
+            {"Controllers found: 9\n"
+             "Logical device number 0\n" +
+                 logical_line("Logical device name", "DATA two") + logical_line("Size", "953334 KB") +
+                 "   Segment 0   : Present (Controller:1,Enclosure:0,Slot:1) SER1\r\n"
+                 "   Segment 1   : Missing (Controller:1,Enclosure:0,Slot:5) GONE\n"
+                 "   Segment 2   : Present (931GB, SATA) SER9\n"
+                 "Logical device number 1\n" +
+                 logical_line("Logical device name", "TA") + logical_line("Size", "1.5 GB") +
+                 "   Segment 0   : Present (Controller:1,Connector:1,Device:4) SER2\n" +
+                 device_section({.number = 0, .location = "Enclosure 0, Slot 1", .serial = "SER1"}) +
+                 device_section({.number = 1, .location = "Connector 1, Device 4", .vendor = "", .serial = "SER2"}) +
+                 device_section({.number = 2, .vendor = "LSI", .kind = "Enclosure services device"}) +
+                 device_section({.number = 7, .location = "Enclosure 0, Slot 8", .vendor = "", .serial = "SPARE"}),
+             small_config()});
+    megacli("Adapter 0 -- Virtual Drive Information:\nVirtual Drive: 3 (Target Id: 3)\nName                :SYS\n"
+            "Size                : 9 KB\nAdapter 1 -- Virtual Drive Information:\n"
+            "Virtual Drive: 3 (Target Id: 3)\nName                :SYS\nSize                : 10 KB\n",
+            kPhysical + "Enclosure Device ID: 1\nSlot Number: 6\nEnclosure position: 1\n"
+                        "Coerced Size: 5 KB [0x8 Sectors]\nInquiry Data: SEAGATE ST1 0000000A000012345678\n"
+                        "Adapter #1\nEnclosure Device ID: 1\nSlot Number: 0\nx: DiskGroup: 0, Span: 0, Arm: 0\n"
+                        "Enclosure position: 1\nCoerced Size: 4 KB [0x8 Sectors]\nInquiry Data: ACME L1 LS1\n");
+    lspci("01:00.0 RAID bus controller: One\n\tKernel modules: megaraid_sas\n\n"
+          "02:00.0 RAID bus controller: Two\n\tKernel modules: megaraid_sas\n\n"
+          "03:00.0 RAID bus controller: Three\n\tKernel modules: aacraid\n");
+    adapter("01:00.0", 4);
+    adapter("02:00.0", 5);
+    adapter("03:00.0", 6);
+    logical_drive("sda", 0, "4:2:3:0");
+    logical_drive("sdb", 16, "5:2:3:0");
+    logical_drive("sdc", 32, "6:0:0:0", "BOX DATA");
+    world.disk({.name = "sdd", .minor = 48, .model = "Plain", .address = "7:0:0:0"});
+    for (const auto &[number, serial] :
+         {std::pair(1, "LS1"), {2, "0000000A000012345678"}, {3, "SER2"}, {4, "0000000A"}, {5, "SPARE"}}) {
+        generic_node(number, serial);
+    }
+    ASSERT_EQ(read(), 0);
+    EXPECT_EQ(described(), "2/0\n"
+                           " 3 /dev/sda [SYS] 9216\n"
+                           "   2 /dev/sg_raid_2_0_2 [LS0] [ACME L1] (0, 2) 4096\n"
+                           "  6 /dev/sg4 [0000000A] [SEAGATE ST1] (0, 6) 5120\n"
+                           "2/1\n"
+                           " 3 /dev/sdb [SYS] 10240\n"
+                           "   0 /dev/sg1 [LS1] [ACME L1] (1, 0) 4096\n"
+                           "0/1\n"
+                           " 0 /dev/sdc [DATA] 976214016\n"
+                           "   0 /dev/sg_raid_0_1_0 [SER1] [ACME D1] (0, 1) 4096\n"
+                           " 1 /dev/raid_0_1_1 [TA] 1\n"
+                           "   1 /dev/sg3 [SER2] [ACME D1] (1, 4) 4096\n"
+                           "  7 /dev/sg5 [SPARE] [ACME D1] (0, 8) 4096\n"
+                           "0/2\n"
+                           " 0 /dev/sdc [DATA] 8192\n"
+                           "   0 /dev/sg_raid_0_2_0 [S0] [ACME D1] (0, 0) 4096\n");
+}
+
+TEST_F(Raid, AMakerWithoutItsToolCostsNothingOneThatFailsItsOwnOrAll) {
+    lspci("");
+    const auto both = [this] {
+        arcconf("Controllers found: 1\n", {small_config()});
+        megacli(kLogical, kPhysical);
+        EXPECT_EQ(read(), 0);
+        EXPECT_EQ(described(), kSmallLsi + kSmallAdaptec);
+    };
+    both();
+    world.remove("/run/programs/arcconf");
+    EXPECT_EQ(read(), 0);
+    EXPECT_EQ(described(), kSmallLsi);
+    world.program("arcconf", "exit 127");
+    EXPECT_EQ(read(), 0);
+    EXPECT_EQ(described(), "") << "there, but failing";
+    answer_presence(false, true);
+    EXPECT_EQ(read(), 0);
+    EXPECT_EQ(described(), kSmallLsi);
+    answers().system = nullptr;
+    both();
+    megacli(kLogical, kPhysical + "Inquiry Data: short\n");
+    EXPECT_EQ(read(), 0);
+    EXPECT_EQ(described(), kSmallAdaptec);
+    megacli(kLogical, "");
+    arcconf("Controllers found: 1\n", {"Logical device number 0\n"});
+    EXPECT_EQ(read(), 0);
+    EXPECT_EQ(described(), "") << "a group without a size";
+    both();
+    world.program("lspci", "exit 1");
+    EXPECT_EQ(read(), -1);
+    EXPECT_EQ(list, nullptr);
+    EXPECT_EQ(count, 0U);
+    EXPECT_EQ(text_of(TORVANE_ERROR_RAID), "failed to read lspci information from 'lspci -v' (exit code 1)");
+    lspci("");
+    world.remove("/proc/partitions");
+    EXPECT_EQ(read(), -1);
+}
+
+TEST_F(Raid, AToolsEndOutranksWhatItPrinted) {
+    using Runner = int (*)(RaidController **, uint32_t *);
+    const auto end_of = [this](Runner run) {
+        forget();
+        EXPECT_EQ(run(&list, &count), -1);
+        return text_of(TORVANE_ERROR_RAID);
+    };
+    const std::string failing = "echo Controllers found: x; echo Inquiry Data: x; echo oops >&2; exit 3";
+
+    world.program("arcconf", failing);
+    EXPECT_EQ(end_of(get_raids_adaptec), "failed to read number of raid controllers (exit code 3)");
+    world.program("arcconf", kKilled);
+    EXPECT_EQ(end_of(get_raids_adaptec), "failed to read number of raid controllers (killed process)");
+    for (const auto &[end, words] : {std::pair(failing, "(exit code 3)"), {kKilled, "(killed process)"}}) {
+        world.program("arcconf", "[ $1 = getversion ] && { echo 'Controllers found: 1'; exit 0; }\n" + end);
+        EXPECT_EQ(end_of(get_raids_adaptec), std::string("failed to read controller information ") + words);
+    }
+    const std::string lsi = "failed to read raid information with 'timeout 20 megacli -";
+    world.program("megacli", failing);
+    EXPECT_EQ(end_of(get_raids_lsi), lsi + "ldinfo -lAll -aAll' (exit code 3)");
+    world.program("timeout", "[ \"$1 $2\" = '20 megacli' ] && exit 124");
+    EXPECT_EQ(end_of(get_raids_lsi), lsi + "ldinfo -lAll -aAll' (exit code 124)");
+    world.program("timeout", kKilled);
+    EXPECT_EQ(end_of(get_raids_lsi), lsi + "ldinfo -lAll -aAll' (killed process)");
+    world.program("timeout", "[ $3 = -ldinfo ] && exit 0\n" + failing);
+    EXPECT_EQ(end_of(get_raids_lsi), lsi + "pdlist -aAll' (exit code 3)");
+}
+
+TEST_F(Raid, TheLogThatMegacliLeavesIsRemoved) {
+    const auto before = std::filesystem::current_path();
+    std::filesystem::current_path("/tmp");
+    const std::string leave = "[ -e MegaSAS.log ] && exit 9\necho x > MegaSAS.log\n";
+    world.program("megacli", leave);
+    EXPECT_EQ(get_raids_lsi(&list, &count), 0);
+    world.program("megacli", leave + "exit 1");
+    EXPECT_EQ(get_raids_lsi(&list, &count), -1);
+    EXPECT_EQ(world.leftovers(), std::vector<std::string>{});
+    std::filesystem::current_path(before);
+}
+
+TEST_F(Raid, AdaptecOutputThatCannotBeRight) {
+    const std::string group = "Logical device number 0\n";
+    const std::string segment = "   Segment 0   : Present (Controller:1,Enclosure:0,Slot:0) S0\n";
+    for (const std::string &text : {
+             std::string("Logical device number none\n"),
+             logical_line("Logical device name", "X"),
+             logical_line("Size", "1 GB"),
+             segment,
+             std::string("  Device #none\n"),
+             group + logical_line("Size", "."),
+             group + logical_line("Logical device name", ""),
+             group + segment + device_section({.serial = "other"}),
+             group + segment + device_section({.location = "Enclosure 0"}),
+             device_section({.location = ""}),
+             device_section({.vendor = " "}),
+             device_section({.model = " "}),
+             device_section({.serial = " "}),
+             device_section({.size = "-"}),
+         }) {
+        EXPECT_EQ(adaptec(text + small_config()), "-1") << text;
+    }
+    const std::string none = "0/1\n";
+    EXPECT_EQ(adaptec("   Segment 0   : Missing\n   Segment 1\n"), none);
+    EXPECT_EQ(adaptec(device_section({.location = "", .kind = "Tape"})), none);
+    for (const char *line : {"Controllers found: x\n", "Controllers found: 4294967295\n"}) {
+        arcconf(std::string("Controllers found: 0\n") + line, {small_config()});
+        forget();
+        EXPECT_EQ(get_raids_adaptec(&list, &count), -1) << line;
+    }
+    arcconf("Controllers found: 0\n");
+    forget();
+    EXPECT_EQ(get_raids_adaptec(&list, &count), 0) << "without asking for a configuration";
+    EXPECT_EQ(list, nullptr);
+}
+
+TEST_F(Raid, AdaptecDrivesKeepTheirPlacesWhateverTheOrder) {
+    const std::string long_word(300, '1');
+    std::string text = "Logical device number 0\n   Segment 0   : Present (Controller:1,Enclosure:0,Slot:0) S0\n" +
+                       device_section({.number = 4, .vendor = long_word, .model = "", .serial = "", .size = ""});
+    for (int i = 0; i < 60; ++i) text += "   Segment 1   : Present (Controller:1,Enclosure:9,Slot:9) X\n";
+    text += physical_line("Model", long_word) + physical_line("Total Size", "2 KB");
+    text += device_section({.number = 5, .vendor = "", .serial = "S0"}) + physical_line("Model", "again");
+    arcconf("Controllers found: 1\n", {text});
+    ASSERT_EQ(get_raids_adaptec(&list, &count), 0);
+    const RaidDriveGroup &group = list[0].groups[0];
+    ASSERT_EQ(group.drive_count, 61U);
+    EXPECT_EQ(group.drives[0].number, 5U);
+    EXPECT_EQ(group.drives[0].size, 4096U);
+    EXPECT_EQ(group.drives[0].model, std::string(111, '1') + " again");
+    EXPECT_STREQ(group.drives[60].serial, "X");
+    EXPECT_EQ(list[0].drive_count, 0U);
+}
+
+TEST_F(Raid, EndlessOutputIsReadToItsEndInConstantMemory) {
+    const auto peak = [] {
+        rusage usage{};
+        getrusage(RUSAGE_SELF, &usage);
+        return usage.ru_maxrss; // KiB
+    };
+    const std::string lines = "yes \"$line\" | head -c 50000000\ntouch /run/ended";
+    [[maybe_unused]] const long before = peak();
+    for (const char *line : {"Virtual Drive: x", "Name                :X", "garbage \\001\\377"}) {
+        world.program("megacli", std::string("line=$(printf '") + line + "')\n" + lines);
+        EXPECT_EQ(get_raids_lsi(&list, &count), line[0] == 'g' ? 0 : -1) << line;
+        EXPECT_TRUE(std::filesystem::remove("/run/ended")) << "not read to the end: " << line;
+    }
+#if !defined(__SANITIZE_ADDRESS__)
+    EXPECT_LT(peak() - before, 20000);
+#endif
+    EXPECT_EQ(count, 0U);
+    world.program("megacli", "head -c 3000000 /dev/zero\ntouch /run/ended");
+    EXPECT_EQ(get_raids_lsi(&list, &count), 0);
+    EXPECT_TRUE(std::filesystem::exists("/run/ended"));
+}
+
+TEST_F(Raid, FailuresInTheirPlacesLeaveNothing) {
+    arcconf("Controllers found: 1\n", {small_config()});
+    megacli(kLogical, kPhysical);
+    lspci("01:00.0 RAID: One\n\tKernel modules: megaraid_sas\n");
+    adapter("01:00.0", 4);
+    logical_drive("sda", 0, "4:2:0:0");
+    generic_node(0, "LS0");
+    answer_presence(true, true);
+    const auto check = [this](int result, bool failed) {
+        EXPECT_TRUE(result == 0 || (failed && result == -1)) << result;
+        EXPECT_EQ(list == nullptr, count == 0);
+        EXPECT_TRUE(result == 0 || list == nullptr);
+        EXPECT_TRUE(failed || count == 2);
+        EXPECT_EQ(described().find("(null)"), std::string::npos);
+        forget();
+    };
+    sweep_allocations([this] { return get_raids(&list, &count); }, check);
+    sweep_system_calls([this] { return get_raids(&list, &count); }, check);
+}
+
+} // namespace

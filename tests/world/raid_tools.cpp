@@ -1,0 +1,130 @@
+#include "raid_tools.h"
+
+#include <span>
+
+namespace torvane::world {
+namespace {
+
+const std::string kOutputs = "/run/outputs/";
+
+std::string padded(const std::string &key, size_t colon, const std::string &value) {
+    return "   " + key + std::string(colon - key.size(), ' ') + ": " + value + "\n";
+}
+
+std::string shown(const char *text) { return text == nullptr ? "(null)" : text; }
+
+std::string describe(const RaidDrive &drive) {
+    return "  " + std::to_string(static_cast<int32_t>(drive.number)) + " " + shown(drive.device) + " [" +
+           shown(drive.serial) + "] [" + shown(drive.model) + "] " + shown(drive.location) + " " +
+           std::to_string(drive.size) + "\n";
+}
+
+void expect_links(const RaidController &controller) {
+    for (const RaidDriveGroup &group : std::span(controller.groups, controller.group_count)) {
+        EXPECT_EQ(group.controller, &controller);
+        for (const RaidDrive &drive : std::span(group.drives, group.drive_count)) {
+            EXPECT_TRUE(drive.controller == &controller && drive.group == &group) << shown(drive.serial);
+        }
+    }
+    for (const RaidDrive &drive : std::span(controller.drives, controller.drive_count)) {
+        EXPECT_TRUE(drive.controller == &controller && drive.group == nullptr) << shown(drive.serial);
+    }
+}
+
+} // namespace
+
+const std::string kKilled = "read name < /proc/host/$PPID/comm\n[ \"$name\" = sh ] && kill -9 $PPID\nkill -9 $$";
+
+std::string logical_line(const std::string &key, const std::string &value) { return padded(key, 41, value); }
+std::string physical_line(const std::string &key, const std::string &value) { return padded(key, 35, value); }
+
+std::string device_section(const Device &device) {
+    std::string text =
+        "      Device #" + std::to_string(device.number) + "\n         Device is a " + device.kind + "\n";
+    const std::pair<const char *, const std::string &> fields[] = {
+        {"Reported Location", device.location}, {"Vendor", device.vendor},   {"Model", device.model},
+        {"Serial number", device.serial},       {"Total Size", device.size},
+    };
+    for (const auto &[key, value] : fields) {
+        if (!value.empty()) text += physical_line(key, value);
+    }
+    return text;
+}
+
+std::string small_config() {
+    return "Logical device number 0\n" + logical_line("Logical device name", "DATA") + logical_line("Size", "8 KB") +
+           "   Segment 0   : Present (Controller:1,Enclosure:0,Slot:0) S0\n" + device_section({});
+}
+
+void RaidTest::TearDown() {
+    forget();
+    WorldTest::TearDown();
+}
+
+void RaidTest::prints(const std::string &name, const std::string &text) const { world.file(kOutputs + name, text); }
+
+void RaidTest::arcconf(const std::string &version, const std::vector<std::string> &configs) const {
+    prints("version", version);
+    for (size_t i = 0; i < configs.size(); ++i) prints("config" + std::to_string(i + 1), configs[i]);
+    world.program("arcconf", "case \"$*\" in\ngetversion) exec cat " + kOutputs + "version;;\n" +
+                                 "\"getconfig $2 AL\") exec cat " + kOutputs + "config$2;;\n*) exit 99;;\nesac");
+}
+
+void RaidTest::megacli(const std::string &logical, const std::string &physical) const {
+    prints("logical", logical);
+    prints("physical", physical);
+    world.program("megacli", "case \"$*\" in\n\"-ldinfo -lAll -aAll\") exec cat " + kOutputs + "logical;;\n" +
+                                 "\"-pdlist -aAll\") exec cat " + kOutputs + "physical;;\n*) exit 99;;\nesac");
+}
+
+void RaidTest::lspci(const std::string &output) const {
+    prints("lspci", output);
+    world.program("lspci", "[ \"$*\" = -v ] && exec cat " + kOutputs + "lspci");
+}
+
+void RaidTest::adapter(const std::string &slot, int host) const {
+    const std::string folder = "/sys/bus/pci/devices/0000:" + slot;
+    world.directory(folder + "/driver");
+    world.directory(folder + "/hostless");
+    world.directory(folder + "/host" + std::to_string(host));
+}
+
+void RaidTest::logical_drive(const std::string &name, unsigned minor, const std::string &address,
+                             const std::string &model) const {
+    world.disk({.name = name, .minor = minor, .vendor = "LSI", .model = model, .address = address});
+    world.link("/sys/class/scsi_disk/" + address + "/device", "/sys/bus/scsi/devices/" + address);
+}
+
+void RaidTest::generic_node(int number, const std::string &serial) const {
+    const std::string name = "sg" + std::to_string(number);
+    world.directory("/sys/class/scsi_generic/" + name);
+    world.device("/dev/" + name, 21, static_cast<unsigned>(number), true)->set_serial(serial);
+}
+
+std::string RaidTest::described() const {
+    std::string text;
+    for (const RaidController &controller : std::span(list, count)) {
+        expect_links(controller);
+        text += std::to_string(controller.type) + "/" + std::to_string(controller.number) + "\n";
+        for (const RaidDriveGroup &group : std::span(controller.groups, controller.group_count)) {
+            text += " " + std::to_string(group.logical_number) + " " + shown(group.device) + " [" + shown(group.name) +
+                    "] " + std::to_string(group.size) + "\n";
+            for (const RaidDrive &drive : std::span(group.drives, group.drive_count)) text += " " + describe(drive);
+        }
+        for (const RaidDrive &drive : std::span(controller.drives, controller.drive_count)) text += describe(drive);
+    }
+    return text;
+}
+
+int RaidTest::read() {
+    forget();
+    return get_raids(&list, &count);
+}
+
+void RaidTest::forget() {
+    destroy_raids(list, static_cast<int>(count));
+    list = nullptr;
+    count = 0;
+}
+
+} // namespace torvane::world
