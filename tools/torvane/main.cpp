@@ -76,7 +76,7 @@ std::string command_of(const CLI::App &tool) {
 
 // The parser's own words name types of this program.
 std::string wording(const CLI::ParseError &error, const CLI::App &tool, const std::vector<std::string> &words) {
-    const std::string text = error.what();
+    std::string text = error.what();
     if (dynamic_cast<const CLI::ArgumentMismatch *>(&error)) return text.substr(0, text.find(':')) + " needs a value";
     if (dynamic_cast<const CLI::RequiredError *>(&error)) return text.substr(0, text.find(' ')) + " is missing";
     if (dynamic_cast<const CLI::ExtrasError *>(&error) == nullptr) return text;

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <iterator>
 #include <map>
 #include <new>
@@ -35,7 +36,7 @@ bool is_on_path(const std::string &program) {
     std::istringstream directories(path ? path : "");
     std::string directory;
     while (std::getline(directories, directory, ':')) {
-        if (access((directory + "/" + program).c_str(), X_OK) == 0) return true;
+        if (access((std::filesystem::path(directory) / program).c_str(), X_OK) == 0) return true;
     }
     return false;
 }

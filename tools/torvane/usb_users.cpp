@@ -25,16 +25,22 @@ std::string first_line(const fs::path &path) {
     return line;
 }
 
+std::string sentence(std::string subject, const char *verb, const std::string &object) {
+    subject += verb;
+    return subject += object;
+}
+
 // The disk and its partitions by kernel name.
 std::vector<std::string> nodes_of(const std::string &disk) {
     std::vector<std::string> nodes{disk};
     for (const std::string &name : entries_of("/sys/block/" + disk)) {
-        if (fs::exists("/sys/block/" + disk + "/" + name + "/partition")) nodes.push_back(name);
+        if (fs::exists(fs::path("/sys/block") / disk / name / "partition")) nodes.push_back(name);
     }
     return nodes;
 }
 
 void add_mounts(const std::string &node, std::vector<std::string> &users) {
+    const std::string source = " /dev/" + node + " ";
     const std::string numbers = first_line("/sys/class/block/" + node + "/dev");
     std::ifstream mounts("/proc/self/mountinfo"); // proc(5): id, parent, major:minor, root, mount point ...
     std::string line;
@@ -44,16 +50,19 @@ void add_mounts(const std::string &node, std::vector<std::string> &users) {
         std::string device;
         std::string point;
         fields >> skipped >> skipped >> device >> skipped >> point;
-        const bool is_source = line.find(" /dev/" + node + " ") != std::string::npos;
-        if ((!numbers.empty() && device == numbers) || is_source) users.push_back(node + " is mounted on " + point);
+        const bool is_source = line.find(source) != std::string::npos;
+        if ((!numbers.empty() && device == numbers) || is_source)
+            users.push_back(sentence(node, " is mounted on ", point));
     }
 }
 
 void add_swaps(const std::string &node, std::vector<std::string> &users) {
+    const std::string path = "/dev/" + node;
     std::ifstream swaps("/proc/swaps");
     std::string line;
     while (std::getline(swaps, line)) {
-        if (line.starts_with("/dev/" + node + " ") || line.starts_with("/dev/" + node + "\t")) {
+        if (line.starts_with(path) && line.size() > path.size() &&
+            (line[path.size()] == ' ' || line[path.size()] == '\t')) {
             users.push_back(node + " holds swap space");
         }
     }
@@ -67,7 +76,7 @@ std::vector<std::string> users_of(const std::string &disk) {
         add_mounts(node, users);
         add_swaps(node, users);
         for (const std::string &holder : entries_of("/sys/class/block/" + node + "/holders")) {
-            users.push_back(node + " is part of " + holder);
+            users.push_back(sentence(node, " is part of ", holder));
         }
     }
     return users;
