@@ -188,7 +188,6 @@ int show_by_serial(const ShowOptions &options) {
 }
 
 int run(const ShowOptions &options) {
-    if (options.target.empty()) throw CLI::ValidationError("DEVICE|SERIAL is empty", CLI::ExitCodes::ValidationError);
     if (!names_a_file(options.target)) return show_by_serial(options);
     std::vector<Failure> failures;
     const std::vector<std::string> paths = resolve_devices({options.target}, false, failures);

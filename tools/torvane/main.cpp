@@ -86,6 +86,17 @@ std::string wording(const CLI::ParseError &error, const CLI::App &tool, const st
     return "unexpected argument '" + unknown + "'";
 }
 
+// An empty text names nothing, and as the beginning of a serial number it would fit everything.
+void refuse_empty_values(const CLI::App &command) {
+    for (const CLI::Option *option : command.get_options()) {
+        const std::vector<std::string> &values = option->results();
+        if (std::find(values.begin(), values.end(), "") != values.end()) {
+            throw CLI::ValidationError(option->get_name() + " is empty", CLI::ExitCodes::ValidationError);
+        }
+    }
+    for (const CLI::App *named : command.get_subcommands()) refuse_empty_values(*named);
+}
+
 int parse_and_run(int argc, char **argv) {
     CLI::App tool("List and look after the storage devices of this machine.", "torvane");
     Action chosen;
@@ -100,6 +111,7 @@ int parse_and_run(int argc, char **argv) {
     std::reverse(words.begin(), words.end());
     try {
         tool.parse(words);
+        refuse_empty_values(tool);
         return chosen();
     } catch (const CLI::Success &request) {
         tool.exit(request);
