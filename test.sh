@@ -10,6 +10,8 @@ here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 require_packages "${test_packages[@]}"
 cd "$here"
 
+# Compiled once, found again from any other clone.
+export CCACHE_BASEDIR=$here CCACHE_NOHASHDIR=1
 jobs=$(nproc)
 for preset in sanitizers release; do
     echo "== building ($preset)"

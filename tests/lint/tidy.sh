@@ -6,7 +6,7 @@ set -euo pipefail
 cd "$1"
 export BUILD=$2 CLEAN=$2/tidy-clean
 mkdir -p "$CLEAN"
-HEADERS=$(cat .clang-tidy include/*.h $(find src tools -name '*.h' | sort) | sha256sum)
+HEADERS=$(cat .clang-tidy tools/.clang-tidy include/*.h $(find src tools -name '*.h' | sort) | sha256sum)
 export HEADERS
 
 check() {
