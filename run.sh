@@ -13,6 +13,6 @@ if [ ! -f "$build/build.ninja" ]; then
     echo "configuring $build" >&2
     cmake -S "$here" -B "$build" -G Ninja -DTORVANE_TESTS=OFF >&2
 fi
-# Ninja says what it builds, and nothing when there is nothing to do.
+# Ninja says what it builds, or that there is nothing to do.
 cmake --build "$build" -- --quiet >&2
 exec "$build/tools/torvane/torvane" "$@"
