@@ -26,12 +26,13 @@ class FirmwareCommand : public WorldTest {
         image_ = image;
     }
 
-    // Sectors that name themselves; the drive sticks at one of them for good.
+    // Sectors that name themselves; at one of them the drive sticks for longer than any test waits, but not for
+    // good: a killed tool leaves its reader behind until the drive lets go.
     void answer(int stuck_sector = -1) const {
         disk_->request = [stuck_sector](unsigned long request, void *argument) -> std::optional<int> {
             auto *bytes = static_cast<unsigned char *>(argument);
             if (request != HDIO_DRIVE_CMD) return std::nullopt;
-            if (bytes[0] == 0xFC && bytes[2] == stuck_sector) pause();
+            if (bytes[0] == 0xFC && bytes[2] == stuck_sector) sleep(5);
             std::memset(bytes + 4, bytes[0] == 0xFC ? bytes[2] + 1 : 0, 512);
             return 0;
         };
