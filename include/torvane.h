@@ -586,6 +586,7 @@ int add_drive_name_to_list(char *name, char ***names, uint32_t *count) TORVANE_N
 /* Appends copies of the names that the array does not hold yet. */
 int add_names_to_list(char ***names, uint32_t *count, const char *const *added, uint32_t added_count) TORVANE_NOEXCEPT;
 
+/* Frees the names and the array. */
 int release_drive_names(char **names, uint32_t count) TORVANE_NOEXCEPT;
 
 /* Adds the member drives of the logical drive, or the member drive, that has this device name: how many
@@ -672,6 +673,8 @@ int print_geometry(const DeviceGeometry *geometry) TORVANE_NOEXCEPT;
  * -1 primary, -2 grown; 1 when the drive's path cannot be opened. */
 int get_drive_defects(const char *path, DriveRecord *drive) TORVANE_NOEXCEPT;
 int get_device_defects(int fd, const char *path, DefectCounts *defects) TORVANE_NOEXCEPT;
+
+/* Prints the record on standard output; printf's count. */
 int print_defects(const DefectCounts *defects) TORVANE_NOEXCEPT;
 
 /* ---- Software RAID and partition names (category raid) ------------------------------------------- */
@@ -747,6 +750,7 @@ typedef struct RaidControllerOps {
     const char *name;
 } RaidControllerOps;
 
+/* What the library knows: controllers that arcconf reads, and those that megacli reads. */
 extern const RaidControllerOps adaptecOperations;
 extern const RaidControllerOps lsiOperations;
 
