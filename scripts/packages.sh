@@ -1,7 +1,7 @@
 # What the scripts need from Debian 12, and its installation. To be sourced; needs bash.
 
 # To build and run library and tool.
-build_packages=(cmake g++ ninja-build pkg-config libudev-dev libsmartcols-dev libcli11-dev nlohmann-json3-dev)
+build_packages=(cmake g++ ninja-build pkg-config libudev-dev libsmartcols-dev libmount-dev libcli11-dev nlohmann-json3-dev)
 
 # To test them, on emulated machines too.
 test_packages=(

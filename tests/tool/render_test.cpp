@@ -1,5 +1,5 @@
-#include "table.h"
-#include "text.h"
+#include "output/table.h"
+#include "output/text.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // The tool's firmware command on a scripted drive: the file is whole or not there.
-#include "commands.h"
+#include "commands/commands.h"
 
 #include "world.h"
 

@@ -1,6 +1,6 @@
 #include "devices.h"
 
-#include "text.h"
+#include "output/text.h"
 
 #include <sys/stat.h>
 

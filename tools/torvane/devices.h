@@ -1,7 +1,7 @@
 // Devices as people name them on the command line.
 #pragma once
 
-#include "messages.h"
+#include "output/messages.h"
 
 #include <string>
 #include <vector>

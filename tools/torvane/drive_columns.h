@@ -2,7 +2,7 @@
 #pragma once
 
 #include "drives.h"
-#include "table.h"
+#include "output/table.h"
 
 #include <optional>
 #include <span>

@@ -2,7 +2,7 @@
 
 #include "explain.h"
 #include "raid.h"
-#include "text.h"
+#include "output/text.h"
 #include "unopened.h"
 
 #include <fcntl.h>

@@ -1,7 +1,7 @@
 // Which pieces of a drive could not be read, each with the library's words for it.
 #pragma once
 
-#include "messages.h"
+#include "output/messages.h"
 
 #include <torvane.h>
 

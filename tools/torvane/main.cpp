@@ -1,6 +1,6 @@
 // torvane: the storage devices of this machine.
-#include "commands.h"
-#include "messages.h"
+#include "commands/commands.h"
+#include "output/messages.h"
 
 #include <torvane.h>
 

@@ -1,7 +1,7 @@
 // The command line: what the commands have in common.
 #pragma once
 
-#include "table.h"
+#include "output/table.h"
 
 #include <CLI/CLI.hpp>
 

@@ -1,7 +1,7 @@
 #include "usb.h"
 
 #include "records.h"
-#include "text.h"
+#include "output/text.h"
 
 #include <cstdio>
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "isolate.h"
-#include "messages.h"
+#include "output/messages.h"
 
 #include <chrono>
 #include <string>

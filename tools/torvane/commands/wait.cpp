@@ -1,7 +1,7 @@
 // torvane wait, watch: files that come and go.
-#include "commands.h"
-#include "messages.h"
-#include "text.h"
+#include "commands/commands.h"
+#include "output/messages.h"
+#include "output/text.h"
 
 #include <torvane.h>
 

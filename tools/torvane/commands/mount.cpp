@@ -1,5 +1,5 @@
 // torvane mount, umount, tray: what is on a stick or in an optical drive.
-#include "commands.h"
+#include "commands/commands.h"
 #include "devices.h"
 #include "drives.h"
 #include "records.h"

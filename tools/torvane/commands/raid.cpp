@@ -1,5 +1,5 @@
 // torvane raid: controllers, their logical drives and member drives as a tree.
-#include "commands.h"
+#include "commands/commands.h"
 #include "drives.h"
 #include "raid.h"
 

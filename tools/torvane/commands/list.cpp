@@ -1,5 +1,5 @@
 // torvane list: the machine's drives as a table, a tree or for programs.
-#include "commands.h"
+#include "commands/commands.h"
 #include "devices.h"
 #include "drive_columns.h"
 

@@ -1,5 +1,5 @@
 // torvane firmware: a drive's firmware image as a file.
-#include "commands.h"
+#include "commands/commands.h"
 #include "devices.h"
 #include "isolate.h"
 #include "records.h"

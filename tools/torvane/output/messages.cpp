@@ -1,6 +1,6 @@
-#include "messages.h"
+#include "output/messages.h"
 
-#include "text.h"
+#include "output/text.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -1,9 +1,9 @@
 // torvane show: everything known about one drive, and what could not be read of it.
-#include "commands.h"
+#include "commands/commands.h"
 #include "devices.h"
 #include "drive_columns.h"
 #include "raid.h"
-#include "text.h"
+#include "output/text.h"
 
 #include <algorithm>
 #include <functional>

@@ -1,5 +1,5 @@
 // torvane usb: USB mass storage, and the states its devices can be put in.
-#include "commands.h"
+#include "commands/commands.h"
 #include "drives.h"
 #include "records.h"
 #include "usb.h"
