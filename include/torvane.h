@@ -3,8 +3,9 @@
  * One contract for the whole interface; each function below says only what is its own.
  *
  * Results.  0 is success and -1 failure, a null pointer is a failed allocation or look-up. Composite
- * readers add up one negative power of two for each piece that failed, so a sum names the pieces; a
- * device path that cannot be opened gives +1 there. The appenders that return 1 say so.
+ * readers add up one negative power of two for each piece that failed, so a sum names the pieces
+ * (TORVANE_GEOMETRY_* and its kin, with has_error()); a device path that cannot be opened gives
+ * TORVANE_NOT_OPENED, +1, there. The appenders that return 1 say so.
  *
  * Errors.  A failure leaves its words in one text buffer per category (TORVANE_ERROR_*), read with
  * get_error_str(). The last failure of a category wins; nothing ever clears a buffer.
@@ -17,13 +18,24 @@
  * An output place stays untouched on failure unless its function says otherwise.
  *
  * Descriptors.  Functions that take a descriptor and a path use the descriptor when it is greater than 0
- * and otherwise open the path read-only for the length of the call.
+ * and otherwise open the path read-only for the length of the call. get_drive_serial_number(),
+ * get_drive_serial(), get_drive_model() and get_device_stat() open nothing: they say what they do with each.
  *
  * Concurrency.  No threads, no locks: the error buffers and the SCSI command counter are shared by the
- * whole process, so call the library from one thread at a time. Nothing is read from the environment.
+ * whole process, so call the library from one thread at a time.
+ *
+ * Commands.  Hardware RAID and mounting run other programs through /bin/sh: arcconf, megacli, timeout,
+ * lspci, which, mount, umount. The library itself reads nothing from the environment, but the shell does:
+ * PATH decides which program of that name runs, with the caller's privileges, so a caller that is root sets
+ * PATH to folders that only root can write. SIGCHLD must not be ignored, nor reaped by a handler that waits
+ * for any child: how a command ended is then not known, and counts as failure.
  *
  * Privileges.  Opening block devices, SG_IO, mknod and writes to /sys need root (CAP_SYS_RAWIO,
  * CAP_SYS_ADMIN, CAP_MKNOD); without them the readers concerned fail and say why.
+ *
+ * Names.  The sections "Strings" and "Files and commands" declare names that a program may well have of its
+ * own, such as trim(), execute() and get_line(). Define TORVANE_NO_HELPERS before the first inclusion to
+ * leave both sections out. The library never calls a program's functions of these names.
  */
 #ifndef TORVANE_H
 #define TORVANE_H
@@ -38,6 +50,8 @@
 #define TORVANE_VERSION_MAJOR 2
 #define TORVANE_VERSION_MINOR 0
 #define TORVANE_VERSION_PATCH 0
+/* The version as one number that grows with each release: 2.0.0 is 20000. */
+#define TORVANE_VERSION (TORVANE_VERSION_MAJOR * 10000 + TORVANE_VERSION_MINOR * 100 + TORVANE_VERSION_PATCH)
 
 #if defined(__GNUC__) || defined(__clang__)
 #define TORVANE_PRINTF(text, first) __attribute__((__format__(__printf__, text, first)))
@@ -112,13 +126,57 @@ enum { SCSI_TYPE_DISK = 0, SCSI_TYPE_TAPE = 1, SCSI_TYPE_OPTICAL = 5, SCSI_TYPE_
 /* UsbStatus: a plain storage device, or something to be treated as an adapter (card reader). */
 enum { USB_STATUS_DEVICE = 0, USB_STATUS_ADAPTER = 2 };
 
+/* ---- Result bits --------------------------------------------------------------------------------- */
+
+/* What a composite reader's negative sum is made of: has_error(result, TORVANE_GEOMETRY_START) is 1 when
+ * the start could not be read. Look for TORVANE_NOT_OPENED first: it is no sum. The result fields of a
+ * DriveRecord hold the same values, unsigned: convert them to int32_t. */
+
+/* Instead of a sum: the device path could not be opened. */
+enum { TORVANE_NOT_OPENED = 1 };
+
+/* get_drive_geometry(), get_device_geometry() and their parts. */
+enum {
+    TORVANE_GEOMETRY_BLOCK_SIZE = 1,
+    TORVANE_GEOMETRY_BLOCK_COUNT = 2,
+    TORVANE_GEOMETRY_START = 4,
+    TORVANE_GEOMETRY_ROTATION = 8, /* set for solid state, too */
+    TORVANE_GEOMETRY_PARTITIONS = 16,
+    TORVANE_GEOMETRY_BLOCK_SIZE_RETRY = 32, /* get_device_geometry() only, in place of the block size's */
+    TORVANE_GEOMETRY_DEVICE_NAME = 64       /* get_device_geometry() only, and nothing else was read */
+};
+
+/* get_device_specification() and its parts. */
+enum {
+    TORVANE_DEVICE_GENERIC_NAME = 1,
+    TORVANE_DEVICE_SERIAL = 2,
+    TORVANE_DEVICE_MODEL = 4,
+    TORVANE_DEVICE_NUMBERS = 16 /* and nothing else was read */
+};
+
+/* get_drive_specification(): 1 for one of serial number and generic name, 2 for both. */
+enum {
+    TORVANE_DRIVE_SERIAL_OR_GENERIC_NAME = 1,
+    TORVANE_DRIVE_SERIAL_AND_GENERIC_NAME = 2,
+    TORVANE_DRIVE_MODEL = 4,
+    TORVANE_DRIVE_NUMBERS = 16 /* and nothing else was read */
+};
+
+/* get_drive_defects(), get_device_defects(). */
+enum { TORVANE_DEFECTS_PRIMARY = 1, TORVANE_DEFECTS_GROWN = 2 };
+
+/* get_device_state_full(); get_device_state() and get_drive_state() know the first only. */
+enum { TORVANE_STATE_PERMISSION = 1, TORVANE_STATE_FIRMWARE = 2 };
+
 /* ---- Records ------------------------------------------------------------------------------------- */
 
+#ifndef TORVANE_NO_HELPERS
 /* A growable list of owned strings. All zero is the empty list. */
 typedef struct StringList {
     uint32_t count;
     char **strings;
 } StringList;
+#endif
 
 /* One SCSI command, caller-owned, sent by send_scsi_cmd(). */
 typedef struct ScsiCommand {
@@ -140,7 +198,8 @@ typedef struct SenseSummary {
     uint8_t additional_length; /* descriptor format only */
 } SenseSummary;
 
-/* What a device says about itself, in fixed buffers, caller-owned. */
+/* What a device says about itself, in fixed buffers, caller-owned. Zero it before it is used for another
+ * device: readers take a name, kind and stat that they find in it as known. */
 typedef struct DeviceSpecification {
     char device_name[60]; /* device path */
     char sg_name[60];     /* SCSI generic device path */
@@ -317,6 +376,7 @@ int has_error(int32_t a, int32_t b) TORVANE_NOEXCEPT;
 int32_t get_error(const int32_t *counters) TORVANE_NOEXCEPT;
 
 /* ---- Strings ------------------------------------------------------------------------------------- */
+#ifndef TORVANE_NO_HELPERS
 
 /* Formats (printf) into a new heap string of exactly `size` bytes, the terminator included. A text of any
  * other length is a failure: the place then holds null and the result is -1. */
@@ -393,10 +453,14 @@ int file_exists(const char *path) TORVANE_NOEXCEPT;
 /* 1 when /dev/NAME exists, 0 when not, -1 for null or without memory. */
 int device_exists(const char *name) TORVANE_NOEXCEPT;
 
-/* Runs a command line with /bin/sh and returns the child's process id; reap it with waitpid(). Each stream
- * place that is not null gets the parent's end of that pipe, to be closed with fclose(); the other ends are
- * closed. A failing fork() ends the calling process with status 1. -1 for a null command. */
+/* Runs a command line with /bin/sh and returns the child's process id; reap it with waitpid(), so SIGCHLD
+ * must not be ignored. Each stream place that is not null gets the parent's end of that pipe, to be closed
+ * with fclose(), or null without memory for a stream; the other ends are closed. The child ignores SIGPIPE.
+ * -1, and null in every place, for a null command and when a pipe cannot be made; a failing fork() ends the
+ * calling process with status 1. */
 pid_t execute(const char *command, FILE **input, FILE **output, FILE **error) TORVANE_NOEXCEPT;
+
+#endif /* TORVANE_NO_HELPERS */
 
 /* ---- Sysfs values and device numbers (category sysfs) -------------------------------------------- */
 
@@ -407,9 +471,12 @@ int read_value_from_sys_file(const char *path, const char *format, void *place) 
 /* The same for one string, as a heap string; values are cut at 167 characters. */
 int allocate_value_from_sys_file(const char *path, const char *format, char **value) TORVANE_NOEXCEPT;
 
-/* An attribute of a block device (/dev/sda) or SCSI generic device (/dev/sg0) given by its device path.
- * `generic` forces the generic directory; `partition` reads from the partition's directory. The first form
- * scans into the caller's place, the second into a heap string. */
+/* An attribute of a block device (/dev/sda) or SCSI generic device (/dev/sg0) given by its device path, from
+ * its "device" directory. `generic` forces the generic directory. The first form scans into the caller's
+ * place, the second into a heap string.
+ * With `partition` 1 a partition is looked for, but not as the kernel lays it out: the first form takes the
+ * name up to its first digit for the disk's (/sys/block/sda1/sda12), the second drops the attribute's last
+ * character. Read /sys/class/block/NAME/ATTRIBUTE with read_value_from_sys_file() instead. */
 int get_value_from_sys(const char *path, const char *attribute, const char *format, int generic, int partition,
                        void *place) TORVANE_NOEXCEPT;
 int _get_value_from_sys(const char *path, const char *attribute, const char *format, int generic, int partition,
@@ -425,10 +492,13 @@ int has_same_device_id(const char *name, uint32_t major, uint32_t minor) TORVANE
 /* ---- Device names (category sysfs) --------------------------------------------------------------- */
 
 /* The kernel name of the disk with this device number, or of the disk that holds the partition with it;
- * heap string, null on failure. */
+ * heap string, null on failure. A disk's name is its partition's without the digits at the end, so a
+ * partition of a disk whose own name ends in a digit gives no device: "nvme0n1p" for nvme0n1p1. */
 char *get_name_from_device_id(uint32_t major, uint32_t minor) TORVANE_NOEXCEPT;
 
-/* The SCSI generic node of a block device: its length, 0 when it has none, -1 on failure. */
+/* The SCSI generic node of a block device: its length, 0 when it has none, -1 on failure. The buffer also
+ * bounds the link "/sys/block/NAME/device/generic" that is read: one too short for it gives 0 as well, so
+ * hand in 60 bytes or more. */
 int get_scsi_generic_name(const char *path, size_t size, char *buffer) TORVANE_NOEXCEPT;
 
 /* The same as a heap string; a device without a generic node is a failure here. */
@@ -438,7 +508,7 @@ int allocate_scsi_generic_name(const char *path, char **name) TORVANE_NOEXCEPT;
  * missing; -1 on failure. */
 int get_name_from_generic(const char *path, size_t size, char *buffer) TORVANE_NOEXCEPT;
 
-/* The path that a descriptor is open on, cut to size - 1 characters: its full length, or -1. */
+/* The path that a descriptor is open on, cut to size - 1 characters: its length, of 149 at most, or -1. */
 int get_name_from_fd(int fd, char *buffer, size_t size) TORVANE_NOEXCEPT;
 
 /* The file-system UUID that the device manager (udev) knows for the first block device whose name begins
@@ -487,7 +557,9 @@ int get_device_model(int fd, DeviceSpecification *specification) TORVANE_NOEXCEP
 /* Takes the path as `device_name` when it has the device number of the record; else clears both names. */
 int verify_device_name(const char *path, DeviceSpecification *specification) TORVANE_NOEXCEPT;
 
-/* The block device path of a generic node into a buffer of 60 bytes; its length, or -1. */
+/* The block device path of a generic node into a buffer of 60 bytes; its length, or -1. For a path that is
+ * no generic node, and for one whose block device is gone, the buffer stays as it is and the result is the
+ * length of the text in it: zero it first, and take 0 for "none". */
 int get_device_name_from_generic(const char *path, char *buffer) TORVANE_NOEXCEPT;
 
 /* The generic node of a device path as a heap string. A SCSI disk without one yields 0 and no string. */
@@ -500,15 +572,17 @@ int print_specification(const DeviceSpecification *specification) TORVANE_NOEXCE
  * the path cannot be opened; else the sum of -1 serial, -1 generic name, -4 model, -16 device numbers. */
 int get_drive_specification(const char *path, DriveRecord *drive) TORVANE_NOEXCEPT;
 
-/* The serial number as a heap string: USB, else SCSI unit-serial-number page, else ATA identity. 0, or -2
- * with null in the place. */
+/* The serial number as a heap string: USB, else SCSI unit-serial-number page, else ATA identity. The USB one
+ * is found by the path in /sys, the others are asked of the descriptor, which must be open: the path is never
+ * opened. 0, or -2 with null in the place. */
 int get_drive_serial_number(int fd, const char *path, char **serial) TORVANE_NOEXCEPT;
 
-/* The model as a heap string. 0, or -4 with null in the place. */
+/* The model as a heap string: by the path in /sys, else asked of the descriptor in the way of its kind. The
+ * path is needed and never opened. 0, or -4 with null in the place. */
 int get_drive_model(int fd, DeviceKind kind, const char *path, char **model) TORVANE_NOEXCEPT;
 
-/* The serial number, shortened where truncate_seagate_serial() says so for the model (null: it is read).
- * 0, or -1 with null in the place. */
+/* get_drive_serial_number(), shortened where truncate_seagate_serial() says so for the model (null: it is read
+ * first). 0, or -1 with null in the place. */
 int get_drive_serial(int fd, const char *path, const char *model, char **serial) TORVANE_NOEXCEPT;
 
 /* ---- Drive records and lists (category drive list) ----------------------------------------------- */
@@ -555,17 +629,24 @@ int drive_in_list(const DriveList *list, const char *name) TORVANE_NOEXCEPT;
  * `replace_serial` 1 the record takes the device's serial and drops its own without freeing it. */
 int matches_drive(const ScsiDeviceInfo *device, DriveList *list, uint32_t replace_serial) TORVANE_NOEXCEPT;
 
-/* Appends every drive of get_drives() whose serial number begins with the text. 0 also without a match. */
+/* Appends every drive of get_drives() whose serial number begins with the text. Only records that have a
+ * serial number can match, and get_drives() gets no names: give DRIVE_OPTION_IDENTITY, and
+ * DRIVE_OPTION_SYSTEM or another source. 0 also without a match. A failure halfway releases the list and
+ * leaves it empty. */
 int get_drive_by_serial(DriveList *out, DriveOptions options, const char *serial) TORVANE_NOEXCEPT;
 
-/* get_drives() for one device path, or for the disk with one device number. */
+/* get_drives() for one device path, or for the disk with one device number as get_name_from_device_id() names
+ * it. A path that does not exist, or is no device, is no failure: the record then has the name, and
+ * TORVANE_NOT_OPENED or a sum in the result fields of the readers that the options name. */
 int get_drive(DriveList *list, DriveOptions options, const char *name) TORVANE_NOEXCEPT;
 int get_drive_by_id(DriveList *list, DriveOptions options, uint32_t major, uint32_t minor) TORVANE_NOEXCEPT;
 
 /* ---- Drive discovery (category drive list) ------------------------------------------------------- */
 
-/* The library's main entry: fills the list with the drives that the options and device paths name. What
- * the list held is dropped, not released. All or nothing: on failure the list is empty; release_drives(). */
+/* The library's main entry: fills the list with the drives that the options and device paths name;
+ * release_drives(). What the list held is dropped, not released. All or nothing: a failure leaves the list
+ * empty, but for one that comes before the list is begun (null or no options, an unreadable /proc/partitions,
+ * no memory for the names), which leaves it as it was. Zero it first, and both are one. */
 int get_drives(DriveList *list, DriveOptions options, const char *const *names, uint32_t count) TORVANE_NOEXCEPT;
 
 /* The same for names that are already merged. */
@@ -573,7 +654,8 @@ int get_drives_from_names(DriveList *list, DriveOptions options, const char *con
                           uint32_t count) TORVANE_NOEXCEPT;
 
 /* Device paths of the whole disks in /proc/partitions, or in an open file of that form; the name array is
- * grown and goes back with release_drive_names(). */
+ * grown and goes back with release_drive_names(). A failure frees the whole array, the names that it held
+ * before included, and leaves null and 0. */
 int read_drive_names_on_system(char ***names, uint32_t *count) TORVANE_NOEXCEPT;
 int read_names_from_file(FILE *file, char ***names, uint32_t *count) TORVANE_NOEXCEPT;
 
@@ -646,7 +728,8 @@ int get_device_start(int fd, const char *path, uint64_t *start) TORVANE_NOEXCEPT
  * state included. 0, or -8. */
 int get_device_rotation(int fd, const char *path, int32_t *rotation) TORVANE_NOEXCEPT;
 
-/* The partitions that follow the disk in /proc/partitions. 0, or -16. */
+/* The partitions that follow the disk in /proc/partitions. 0, or -16. What the list held is overwritten and
+ * its names are not freed, here and in the next two: hand in a zeroed list. After a failure it is empty. */
 int get_partitions(const char *path, PartitionList *partitions) TORVANE_NOEXCEPT;
 
 /* The same for a kernel name, and for an open file of that form. 0, or -1. */
@@ -755,8 +838,21 @@ extern const RaidControllerOps adaptecOperations;
 extern const RaidControllerOps lsiOperations;
 
 /* All RAID controllers of the machine, each group and drive with a device name, into a list that the caller
- * gives as null; destroy_raids(). A maker's tool that fails costs its controllers (LSI) or all (Adaptec), and
- * still counts as success. -1 when the naming fails; the list is empty then. */
+ * gives as null; destroy_raids(). -1 when the naming fails; the list is empty then.
+ *
+ * Read the result with care, before anybody pulls a disk by it:
+ * - An empty list and 0 do not mean that there are no controllers. A maker's tool that fails or prints what
+ *   is not understood costs its controllers (LSI) or all of them, the other maker's included (Adaptec), and
+ *   still counts as success; the error text of the category tells of the tool's end only.
+ * - One drive without size, serial number or model costs all controllers read so far.
+ * - The `serial` of an LSI drive is the third word of megacli's "Inquiry Data", and its `model` the first two.
+ *   That fits drives whose vendor, model, and serial number are one word each. The field has fixed columns and
+ *   no separators, so of many drives the third word is the firmware revision and the serial number in one,
+ *   of SATA drives the firmware revision alone, and of models with blanks a word of the model. Identify a
+ *   drive by its slot and by what its own label says.
+ * - LSI drives are put into the group whose index is the number of their disk group. After logical drives
+ *   were deleted, or share a disk group, that is another group than their own.
+ * - A device named raid_* or sg_raid_* is made up: no node of that name exists. */
 int get_raids(RaidController **list, uint32_t *count) TORVANE_NOEXCEPT;
 
 /* Appends one maker's controllers, none without its tool. What a failure leaves is the caller's, too. */
@@ -803,7 +899,9 @@ int print_group(const RaidDriveGroup *group) TORVANE_NOEXCEPT;
 int print_controller(const RaidController *controller) TORVANE_NOEXCEPT;
 int print_name_map(const InfoMapEntry *map, int count) TORVANE_NOEXCEPT;
 
-/* 1 when a maker's tool (arcconf, megacli) is there, else 0, and the controllers that it tells, appended. */
+/* 1 when a maker's tool (arcconf, megacli) is there, else 0, and the controllers that it tells, appended. The
+ * test runs "which TOOL &> /dev/null": where /bin/sh is no bash, "&>" means "in the background", and the test
+ * says 1 whatever there is, and prints the tool's path on the caller's standard output. */
 int supports_adaptec(void) TORVANE_NOEXCEPT;
 int get_raids_adaptec(RaidController **list, uint32_t *count) TORVANE_NOEXCEPT;
 int supports_lsi(void) TORVANE_NOEXCEPT;
@@ -870,11 +968,12 @@ struct inotify_event *read_event(int fd) TORVANE_NOEXCEPT;
 void release_event(struct inotify_event *event) TORVANE_NOEXCEPT;
 
 /* Waits without limit for the monitor's next event; null on failure, and as soon as `cancel_fd` is readable
- * (up to 272 bytes of it are consumed). Descriptors must be below 1024. */
+ * (up to 272 bytes of it are consumed). With both readable, the lower descriptor counts. */
 struct inotify_event *wait_for_event(FileMonitor *monitor, int cancel_fd) TORVANE_NOEXCEPT;
 
-/* Waits until an event comes whose name begins with `name`: 0 seen, 1 time-out, -1 failure. The time-out is
- * that of the whole wait. The second form watches a directory for the events of an inotify mask. */
+/* Waits until an event comes whose name begins with `name`: 0 seen, 1 time-out, -1 failure, an interrupting
+ * signal included. The time-out is that of the whole wait, however many other events come. The second form
+ * watches a directory for the events of an inotify mask. */
 int wait_for_file_event(int inotify_fd, const char *name, uint32_t timeout_seconds) TORVANE_NOEXCEPT;
 int wait_for_file_event_type(const char *directory, const char *name, uint32_t timeout_seconds,
                              uint32_t mask) TORVANE_NOEXCEPT;
@@ -970,7 +1069,8 @@ int delete_scsi_device_nodes_at(ScsiDeviceInfo *device, const char *directory) T
 
 /* The same for an interface's devices by serial number. Nodes are made for every device when the text
  * begins the USB serial number, else for the devices whose own serial number it begins; they are deleted
- * only for devices where it begins both. */
+ * only for devices where it begins both. A failure to make one deletes, by that narrower choice, the nodes of
+ * all devices in the directory, those that were there before the call included. */
 int add_device_nodes_at(MediaRecord *media, const char *serial, const char *directory) TORVANE_NOEXCEPT;
 int delete_device_nodes_at(MediaRecord *media, const char *serial, const char *directory) TORVANE_NOEXCEPT;
 
@@ -980,11 +1080,16 @@ int delete_device_nodes_at(MediaRecord *media, const char *serial, const char *d
 int unbind_scsi_device_from_driver(ScsiDeviceInfo *device) TORVANE_NOEXCEPT;
 int bind_scsi_device_to_driver(ScsiDeviceInfo *device) TORVANE_NOEXCEPT;
 
-/* Moves one device from its `state` to a BindState; a failed step is undone. From STATE_UNBOUND to
- * STATE_NODE the device is only bound. */
+/* Moves one device from its `state` to a BindState. From STATE_UNBOUND to STATE_NODE the device is only bound.
+ * A failed step is undone without asking what was there before or whether the device is in use: binding is
+ * followed by an unbinding; a node that cannot be made (it exists, say) by the removal of the device's nodes
+ * from /dev and by an unbinding, mounted or not; removing nodes by making them; unbinding by binding and
+ * making nodes. Ask for STATE_NODE only where /dev/NAME does not exist. */
 int change_scsi_device_state(ScsiDeviceInfo *device, uint32_t new_state) TORVANE_NOEXCEPT;
 
-/* Every device of an interface. Unbinding goes on after failures; a failed bind unbinds them all. */
+/* Every device of an interface. Unbinding goes on after failures; a failed bind unbinds them all, those that
+ * were bound before the call included. Nothing here asks whether a file system of the device is mounted: an
+ * unbound device is gone from under it. */
 int unbind_usb_device_from_driver(MediaRecord *media) TORVANE_NOEXCEPT;
 int bind_usb_device_to_driver(MediaRecord *media) TORVANE_NOEXCEPT;
 
@@ -1004,7 +1109,9 @@ int unbind_from_driver(const char *serial) TORVANE_NOEXCEPT;
 int remove_device_nodes(const char *serial) TORVANE_NOEXCEPT;
 
 /* Binds and waits, 2 seconds for each step, until the first device has its block device and, unless
- * `wait_for_devices`, until its node is gone from /dev; unbinds again on failure. Category mount. */
+ * `wait_for_devices`, until its node is gone from /dev. Category mount. Every failure after the bind unbinds
+ * what the text names, also where it was bound before the call and a file system of it is mounted: an adapter
+ * ("device is an adapter") and a node that stays are such failures. */
 int bind_to_driver_with_wait(const char *serial, uint32_t wait_for_devices) TORVANE_NOEXCEPT;
 int bind_to_driver_with_wait_for_devices(const char *serial) TORVANE_NOEXCEPT;
 int bind_to_driver_with_wait_for_driver(const char *serial) TORVANE_NOEXCEPT;
@@ -1037,20 +1144,28 @@ int check_entire_device_for_bad_filesystem(const MediaRecord *media, const char 
  * ready" after three attempts, also for a drive that another process holds. */
 int get_optical_drive_status(const char *path, uint32_t *tray_open, uint32_t *has_disc) TORVANE_NOEXCEPT;
 
-/* Locks the drive (fcntl write lock) until the descriptor is closed. */
+/* Locks the drive (fcntl write lock) until the descriptor is closed, or any other descriptor of the same drive
+ * in the same process, get_optical_drive_status() of it included. */
 int lock_optical_drive(int fd) TORVANE_NOEXCEPT;
 
 /* ---- Mounting (category mount) ------------------------------------------------------------------- */
 
 /* Mounts the file systems of a USB device read-only in a new directory below /tmp, through nodes of its own
  * beside them: NODE is mounted on NODE_mount, partitions only when there are any. The directory's path goes
- * to the caller, who frees it and hands it to the second function to undo it all. */
+ * to the caller, who frees it and hands it to the second function to undo it all. All or nothing: one
+ * partition without a known file system, an extended partition included, fails the call. Nodes work only
+ * where /tmp is not mounted nodev. The second function takes only what the first one made: see
+ * umount_directory(). */
 int create_and_mount_in_temp_dir(const char *serial, char **directory) TORVANE_NOEXCEPT;
 int remove_and_umount_in_temp_dir(const char *directory) TORVANE_NOEXCEPT;
 
 /* Mounts a node read-only and nosuid: on a mount point, on NODE_mount made in the node's directory, or so
  * for every node of a directory; the first in alphabetical order (the whole disk) is left out when there
- * are several. The paths go through the shell. "failed to mount %s on %s: %d" (exit code). */
+ * are several. "failed to mount %s on %s: %d" (exit code).
+ * "Read-only" is `mount -o nosuid,ro` and no more: device nodes and programs of the file system work (no
+ * nodev, no noexec), and a journal that needs it is replayed, which writes to the device.
+ * The paths go through the shell as they are: never hand in one that anybody else can name, since blanks and
+ * characters such as $ ; ` make other commands of it. */
 int mount_device(const char *node, const char *mount_point) TORVANE_NOEXCEPT;
 int mount_device_to_temp_dir(const char *node_name, const char *directory) TORVANE_NOEXCEPT;
 int mount_all_devices(const char *directory) TORVANE_NOEXCEPT;
@@ -1058,11 +1173,15 @@ int mount_all_devices(const char *directory) TORVANE_NOEXCEPT;
 /* 1 when /proc/mounts has this very path as a mount point, else 0. */
 int is_mounted(const char *path) TORVANE_NOEXCEPT;
 
-/* Unmounts a mount point, or every directory of a directory; 0 also for what is not mounted. */
+/* Unmounts a mount point, or every directory of a directory; 0 also for what is not mounted.
+ * The paths go through the shell, as with mount_device(), here the names of a directory's entries included: a
+ * directory that others can write to, or that they can exchange between the look and the unmounting, lets
+ * them run commands with the caller's privileges. Hand in only directories of the caller's own, mode 0700. */
 int umount_directory(const char *mount_point) TORVANE_NOEXCEPT;
 int umount_all(const char *directory) TORVANE_NOEXCEPT;
 
-/* Removes a directory's entries, but for those whose name begins with "."; not recursive. */
+/* Removes a directory's entries, but for those whose name begins with "."; not recursive. By path: see
+ * umount_directory() on directories of others. */
 int remove_all_from(const char *directory) TORVANE_NOEXCEPT;
 
 /* A filter for scandir(): 1 for a block device, else 0. */
