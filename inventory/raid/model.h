@@ -60,9 +60,10 @@ struct PhysicalDrive {
 struct LogicalDrive {
     std::string number;
     std::string label;
-    std::string level;         // "0", "1", "10", "5", ..., "jbod": as the table of levels spells it
+    std::string level;         // "0", "1", "1e", "5", "6", "10", "50", "60", "00", "jbod" (concatenated)
     std::string state;         // the tool's own word
     std::string naa;           // lower-case hex, for /sys .../wwid
+    std::string serial;        // that the kernel's device of it answers with, where the tool tells that
     std::string kernel_device; // "/dev/sda" in the tool's own word
     std::optional<std::uint64_t> bytes;
     bool bytes_exact = false; // from block counts, not from a rounded text
@@ -83,7 +84,7 @@ struct Controller {
     std::string serial;
     std::string firmware;
     std::string driver;
-    std::string pci; // "0000:65:00.0", "" when not told
+    std::string pci; // "0000:65:00.0" as scan.h's pci_address() spells it, "" when not told
     std::string state;
     std::optional<std::int64_t> celsius;
     bool drives_told = true; // false: the tool's list of drives could not be read
