@@ -211,12 +211,14 @@ typedef struct DeviceSpecification {
     DeviceKind type;
 } DeviceSpecification;
 
+/* One partition of a disk. */
 typedef struct PartitionRecord {
     char *name;      /* "/dev/" and the kernel name, owned */
     uint32_t number; /* position on the disk as the kernel lists it, from 1 */
     uint64_t size;   /* bytes */
 } PartitionRecord;
 
+/* Partitions in the kernel's order. A list outside a record is released by hand: each name and the array. */
 typedef struct PartitionList {
     uint32_t count;
     PartitionRecord *entries;
@@ -338,6 +340,7 @@ typedef struct ScsiDeviceInfo {
     uint64_t size;  /* 512-byte sectors, 0 unknown */
 } ScsiDeviceInfo;
 
+/* The devices behind one interface; release_scsi_list(). */
 typedef struct ScsiDeviceList {
     ScsiDeviceInfo *devices;
     uint32_t count;
@@ -353,6 +356,7 @@ typedef struct MediaRecord {
     ScsiDeviceList devices;
 } MediaRecord;
 
+/* USB mass-storage interfaces; release_media_list(). */
 typedef struct MediaList {
     MediaRecord *media;
     uint32_t count;
@@ -757,7 +761,7 @@ int print_geometry(const DeviceGeometry *geometry) TORVANE_NOEXCEPT;
 int get_drive_defects(const char *path, DriveRecord *drive) TORVANE_NOEXCEPT;
 int get_device_defects(int fd, const char *path, DefectCounts *defects) TORVANE_NOEXCEPT;
 
-/* Prints the record on standard output; printf's count. */
+/* Prints the record on standard output; the last printf's count. */
 int print_defects(const DefectCounts *defects) TORVANE_NOEXCEPT;
 
 /* ---- Software RAID and partition names (category raid) ------------------------------------------- */
