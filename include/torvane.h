@@ -748,8 +748,8 @@ int add_partition(const char *name, uint64_t blocks, PartitionList *partitions,
  * 0, or -16. */
 int get_partition_information(const char *path, DeviceGeometry *geometry) TORVANE_NOEXCEPT;
 
-/* All of the above: the sum of the results, 1 when the path cannot be opened; for a device also -32 when
- * the block size cannot be read in a second try and -64 without a device name. */
+/* Sizes, start, rotation and partitions: the sum of the readers' results, 1 when the path cannot be opened;
+ * for a device also -32 when the block size cannot be read in a second try and -64 without a device name. */
 int get_drive_geometry(const char *path, DriveRecord *drive) TORVANE_NOEXCEPT;
 int get_device_geometry(int fd, const char *path, DeviceGeometry *geometry) TORVANE_NOEXCEPT;
 

@@ -102,7 +102,7 @@ class Page:
         """`code` or name() on a line of its own, with the marks around it."""
         before, code, name, after = found.group("before", "code", "name", "after")
         if code:
-            macro = f"{'Fa' if re.fullmatch(r'\w+', code) else 'Ql'} {quoted(code)}"
+            macro = ("Fa " if code.isidentifier() else "Ql ") + quoted(code)
         elif name in self.writer.model.exports and name != self.name:
             macro = f"Xr {name} 3"
         else:
@@ -154,7 +154,8 @@ class Writer:
     def enumerations_in(self, export):
         names = {enumeration_of(parameter.type) for parameter in export.parameters}
         names.add(enumeration_of(export.result) if export.is_function else "")
-        return [item for item in self.model.enumerations if item.name and item.name in names]
+        return [item for item in self.model.enumerations
+                if (item.name and item.name in names) or f"{export.name}()" in item.comment]
 
     def fields_below(self, record, seen):
         """(path, comment) of every field, records inside included."""
