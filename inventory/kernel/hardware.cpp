@@ -1,0 +1,185 @@
+#include "inventory/kernel/block.h"
+#include "inventory/kernel/pages.h"
+
+#include <algorithm>
+
+namespace inventory {
+namespace {
+
+constexpr AttributeRow kScsi[] = {
+    {"vendor", "device/vendor"},
+    {"model", "device/model"},
+    {"firmware", "device/rev"},
+    {"device_state", "device/state"},
+    {"generic", "device/generic", Reading::kNode},
+};
+constexpr AttributeRow kNvme[] = {
+    {"model", "device/model", Reading::kText, Source::kIdentity},
+    {"serial", "device/serial", Reading::kText, Source::kIdentity},
+    {"firmware", "device/firmware_rev", Reading::kText, Source::kIdentity},
+    {"wwn", "wwid", Reading::kText, Source::kIdentity},
+    {"device_state", "device/state"},
+};
+constexpr AttributeRow kMmc[] = {
+    {"model", "device/name", Reading::kText, Source::kIdentity},
+    {"serial", "device/serial", Reading::kText, Source::kIdentity},
+    {"firmware", "device/fwrev", Reading::kText, Source::kIdentity},
+};
+constexpr AttributeRow kIde[] = {
+    {"model", "device/model"}, {"serial", "device/serial"}, {"firmware", "device/firmware"}};
+
+// Drivers of controllers whose disks are logical drives, unless a SAS port of their own tells otherwise.
+constexpr std::string_view kRaidDrivers[] = {"megaraid_sas", "megaraid", "aacraid", "hpsa",    "smartpqi",
+                                             "mpi3mr",       "arcmsr",   "3w-sas",  "3w-9xxx", "ips"};
+
+bool is_raid_driver(std::string_view driver) {
+    return std::find(std::begin(kRaidDrivers), std::end(kRaidDrivers), driver) != std::end(kRaidDrivers);
+}
+
+bool is_scsi(const Block &block) { return !block.place.scsi_address.empty(); }
+
+// libata drives parallel ports too.
+std::string ata_transport(std::string_view driver) {
+    return driver.starts_with("pata") || driver.starts_with("ata_") ? "ide" : "sata";
+}
+
+std::string scsi_transport(const Place &place, const std::string &driver) {
+    if (!place.usb_interface.empty()) return driver == "uas" ? "uas" : "usb";
+    if (!place.session.empty()) return "iscsi";
+    if (!place.remote_port.empty()) return "fc";
+    if (!place.sas_device.empty()) return "sas";
+    if (!place.ata_port.empty()) return ata_transport(driver);
+    return is_raid_driver(driver) ? "raid" : "scsi";
+}
+
+std::string port_of(const Place &place) {
+    for (const std::string *port :
+         {&place.usb_port, &place.session, &place.remote_port, &place.sas_device, &place.ata_port, &place.mmc_host}) {
+        if (!port->empty()) return *port;
+    }
+    return "";
+}
+
+void tell_pages(const Block &block, const Wanted &wanted) {
+    Thing &thing = *block.thing;
+    const auto page = [&block](const char *name) { return block.folder.bytes(name).value_or(""); };
+    if (wanted.has("serial")) {
+        thing.tell("serial", serial_of_page(page("device/vpd_pg80")), Source::kIdentity, "vpd_pg80");
+    }
+    if (wanted.has("wwn")) thing.tell("wwn", wwn_of_page(page("device/vpd_pg83")), Source::kIdentity, "vpd_pg83");
+    if (thing.kind() != ThingKind::kDrive) return;
+    if (wanted.has("rpm")) {
+        const auto rotation = rotation_of_page(page("device/vpd_pgb1"));
+        if (rotation) thing.tell("rpm", *rotation, Source::kIdentity, "vpd_pgb1");
+    }
+    if (!wanted.has("model") && !wanted.has("firmware") && !wanted.has("rpm") && !wanted.has("serial")) return;
+    const auto identity = ata_identity_of_page(page("device/vpd_pg89"));
+    if (!identity) return;
+    thing.tell("model", identity->model, Source::kIdentity, "vpd_pg89");
+    thing.tell("firmware", identity->firmware, Source::kIdentity, "vpd_pg89");
+    thing.tell("serial", identity->serial, Source::kIdentity, "vpd_pg89");
+    thing.tell("wwn", identity->wwn, Source::kIdentity, "vpd_pg89");
+    if (identity->rotation) thing.tell("rpm", *identity->rotation, Source::kIdentity, "vpd_pg89");
+}
+
+// Of several controllers that lead to one NVMe namespace the subsystem's first one speaks for the place.
+Place nvme_place(const Block &block) {
+    if (!block.place.pci.empty()) return block.place;
+    for (const std::string &name : block.folder.names("device")) {
+        if (!name.starts_with("nvme") || name.find_first_not_of("0123456789", 4) != std::string::npos) continue;
+        const Place place = place_of(block.folder.link(("device/" + name).c_str()));
+        if (!place.pci.empty()) return place;
+    }
+    return block.place;
+}
+
+std::string driver_of(const Block &block, Hosts &hosts) {
+    if (is_scsi(block)) return hosts.driver(block.place.scsi_host);
+    const std::string own = last_part(block.folder.link("device/driver"));
+    return own.empty() ? last_part(block.folder.link("device/device/driver")) : own;
+}
+
+void tell_place(const Block &block, Hosts &hosts) {
+    Thing &thing = *block.thing;
+    const bool is_nvme = std::string_view(block.row->tran) == "nvme";
+    const Place place = is_nvme ? nvme_place(block) : block.place;
+    const std::string driver = driver_of(block, hosts);
+    thing.tell("hctl", place.scsi_address, Source::kKernel, "path in /sys");
+    thing.tell("pci", place.pci, Source::kKernel, "path in /sys");
+    thing.tell("port", port_of(place), Source::kKernel, "path in /sys");
+    thing.tell("driver", driver, Source::kKernel, is_scsi(block) ? "proc_name" : "device/driver");
+    std::string tran = block.row->tran;
+    if (tran.empty() && is_scsi(block)) tran = scsi_transport(place, driver);
+    thing.tell("tran", tran, Source::kKernel, "path in /sys");
+    if (tran == "usb" || tran == "uas") thing.tell("status", std::string("node"), Source::kKernel, "path in /sys");
+    thing.tell("type", std::string(tran == "iscsi" ? "iscsi" : block.row->type), Source::kKernel, "path in /sys");
+}
+
+// A virtio disk is asked over its queue when the attribute is read, and one that hangs would hang the reader: what the
+// device manager noted when the disk came does as well.
+void tell_virtio_serial(const Block &block, const Wanted &wanted) {
+    const Fact *known = block.thing->fact("serial");
+    if (!wanted.has("serial") || (known != nullptr && !known->words.empty())) return;
+    block.thing->tell("serial", block.folder.text("serial"), Source::kKernel, "serial");
+}
+
+std::string media_of(const Block &block) {
+    const Thing &thing = *block.thing;
+    if (*block.row->media != '\0') return block.row->media;
+    const bool is_usb = !block.place.usb_interface.empty();
+    if (const auto rpm = thing.number("rpm"))
+        return *rpm == 0 ? (is_usb && thing.flag("removable") ? "flash" : "ssd") : "hdd";
+    // Sticks and card readers say nothing about rotation, and the kernel then assumes the worst.
+    if (is_usb && thing.flag("removable")) return "flash";
+    if (is_missing(thing.value("rotational"))) return "";
+    return thing.flag("rotational") ? "hdd" : "ssd";
+}
+
+} // namespace
+
+const std::string &Hosts::driver(const std::string &host) {
+    const auto [place, is_new] = drivers_.try_emplace(host);
+    if (!is_new) return place->second;
+    const Folder folder("/sys/class/scsi_host/" + host);
+    std::string name = folder.text("proc_name");
+    // Drivers without a name of their own there.
+    if (name.empty() || name.front() == '<' || name.front() == '(') name = last_part(folder.link("device/../driver"));
+    place->second = name;
+    return place->second;
+}
+
+void tell_hardware(const Block &block, Hosts &hosts, const Wanted &wanted) {
+    tell_place(block, hosts);
+    const std::string_view tran = block.row->tran;
+    if (is_scsi(block)) {
+        tell_attributes(block, kScsi, wanted);
+        tell_pages(block, wanted);
+    } else if (tran == "nvme") {
+        tell_attributes(block, kNvme, wanted);
+    } else if (tran == "mmc") {
+        tell_attributes(block, kMmc, wanted);
+    } else if (tran == "ide") {
+        tell_attributes(block, kIde, wanted);
+    }
+}
+
+void conclude_hardware(const Block &block, const Wanted &wanted) {
+    Thing &thing = *block.thing;
+    if (block.row->tran == std::string_view("virtio")) tell_virtio_serial(block, wanted);
+    const bool is_real = std::string_view(block.row->media) != "virtual";
+    const Fact *rotation = thing.fact("rpm");
+    if (thing.kind() == ThingKind::kDrive && is_real && wanted.has("rpm")) {
+        const bool known = rotation != nullptr && !rotation->words.empty();
+        const bool turns = is_missing(thing.value("rotational")) || thing.flag("rotational");
+        if (!turns) thing.tell("rpm", std::uint64_t{0}, Source::kKernel, "queue/rotational");
+        if (turns && !known) thing.lacks("rpm", "the drive does not report it");
+    }
+    settle(thing);
+    if (wanted.has("media")) thing.tell("media", media_of(block), Source::kKernel, "queue/rotational");
+    const bool has_identity = thing.kind() == ThingKind::kDrive || thing.kind() == ThingKind::kOptical;
+    for (const char *key : {"serial", "wwn", "model"}) {
+        if (has_identity && wanted.has(key)) thing.lacks(key, "neither the kernel nor the device manager tells it");
+    }
+}
+
+} // namespace inventory

@@ -1,0 +1,249 @@
+#include "inventory/kernel/kernel.h"
+
+#include "inventory/kernel/block.h"
+#include "inventory/kernel/members.h"
+#include "inventory/kernel/mounts.h"
+#include "inventory/kernel/uses.h"
+
+#include <linux/major.h>
+
+#include <algorithm>
+#include <deque>
+#include <sstream>
+
+namespace inventory {
+namespace {
+
+constexpr const char *kClass = "/sys/class/block";
+
+constexpr AttributeRow kEveryBlock[] = {
+    {"size", "size", Reading::kSectors},
+    {"start", "start", Reading::kNumber},
+    {"read_only", "ro", Reading::kFlag},
+};
+constexpr AttributeRow kWhole[] = {
+    {"sector", "queue/logical_block_size", Reading::kNumber},
+    {"physical_sector", "queue/physical_block_size", Reading::kNumber},
+    {"rotational", "queue/rotational", Reading::kFlag},
+    {"removable", "removable", Reading::kFlag},
+    {"diskseq", "diskseq", Reading::kNumber},
+};
+constexpr AttributeRow kPartition[] = {{"partn", "partition", Reading::kNumber}};
+
+struct Numbers {
+    unsigned major = 0;
+    unsigned minor = 0;
+};
+
+struct Listed {
+    Numbers numbers;
+    std::uint64_t kibibytes = 0;
+};
+using Listing = std::unordered_map<std::string, Listed>;
+
+// The kernel's list of everything that has a size: device numbers without a look into every folder.
+Listing read_partitions() {
+    Listing listing;
+    std::istringstream lines(Folder("/proc").text("partitions"));
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream words(line);
+        Listed listed;
+        std::string name;
+        if (words >> listed.numbers.major >> listed.numbers.minor >> listed.kibibytes >> name) {
+            listing.emplace(name, listed);
+        }
+    }
+    return listing;
+}
+
+std::optional<Numbers> parse_numbers(const std::string &text) {
+    const std::size_t colon = text.find(':');
+    if (colon == std::string::npos) return std::nullopt;
+    const auto major = parse_number(text.substr(0, colon));
+    const auto minor = parse_number(text.substr(colon + 1));
+    if (!major || !minor) return std::nullopt;
+    return Numbers{static_cast<unsigned>(*major), static_cast<unsigned>(*minor)};
+}
+
+// Linux devices.txt.
+const char *kind_of_major(unsigned number) {
+    switch (number) {
+    case IDE0_MAJOR:
+    case IDE1_MAJOR:
+    case IDE2_MAJOR:
+    case IDE3_MAJOR:
+    case IDE4_MAJOR:
+    case IDE5_MAJOR: return "ide";
+    case SCSI_DISK0_MAJOR:
+    case SCSI_CDROM_MAJOR: return "scsi";
+    default: break;
+    }
+    const bool is_more = (number >= SCSI_DISK1_MAJOR && number <= SCSI_DISK7_MAJOR) ||
+                         (number >= SCSI_DISK8_MAJOR && number <= SCSI_DISK15_MAJOR);
+    return is_more ? "scsi" : "other";
+}
+
+// A path to an NVMe namespace that the kernel gathers under another name: "nvme0c1n1".
+bool is_hidden_path(std::string_view name) {
+    return name.starts_with("nvme") && name.find('c') != std::string_view::npos;
+}
+
+// Of a driver that is unknown here, with no hardware below it.
+constexpr NameRow kStranger{"", ThingKind::kVirtual, "unknown", "", "virtual"};
+
+class KernelReader {
+  public:
+    KernelReader(Machine &machine, const KernelRequest &request)
+        : machine_(machine), request_(request), wanted_(request.keys), listing_(read_partitions()) {}
+
+    void read() {
+        for (const std::string &name : names()) read_device(name);
+        for (const Block &block : compounds_) tell_members(machine_, block);
+        if (!wanted_.uses()) return;
+        tell_mounts(machine_);
+        conclude_uses(machine_, examined_);
+    }
+
+  private:
+    [[nodiscard]] std::vector<std::string> names() const;
+    void read_device(const std::string &name);
+    bool place_in_machine(Block &block);
+    void tell_numbers(const Block &block, const Numbers &numbers);
+    void tell_kind(const Block &block);
+    void tell_all(const Block &block);
+    void tell_listed(const std::string &name, const Listed &listed);
+
+    Machine &machine_;
+    const KernelRequest &request_;
+    Wanted wanted_;
+    Listing listing_;
+    Folder class_{kClass};
+    Database database_;
+    Hosts hosts_;
+    Examined examined_;
+    std::deque<Block> compounds_; // arrays and mapped devices: their members may come later
+};
+
+std::vector<std::string> KernelReader::names() const {
+    std::vector<std::string> names = class_.names();
+    for (std::string &name : names) std::replace(name.begin(), name.end(), '!', '/');
+    std::sort(names.begin(), names.end());
+    const std::size_t known = names.size();
+    for (const auto &[name, listed] : listing_) {
+        if (!std::binary_search(names.begin(), names.begin() + static_cast<std::ptrdiff_t>(known), name)) {
+            names.push_back(name);
+        }
+    }
+    std::sort(names.begin(), names.end(), natural_less);
+    return names;
+}
+
+// Makes the thing; false for what is not to be shown.
+bool KernelReader::place_in_machine(Block &block) {
+    std::string above = block.place.parent;
+    std::replace(above.begin(), above.end(), '!', '/');
+    Thing *parent = machine_.find(above);
+    const bool is_part = parent != nullptr || (above != "block" && block.folder.has("partition"));
+    if (is_part && parent == nullptr) return false; // of something that is not shown
+    ThingKind kind = is_part ? ThingKind::kPartition : block.row->kind;
+    if (kind == ThingKind::kVirtual && (!request_.all || block.folder.number("size").value_or(0) == 0)) return false;
+    if (!is_part && block.row->pattern.empty() && block.place.virtual_device) {
+        kind = ThingKind::kVirtual;
+        block.row = &kStranger;
+    }
+    block.thing = &machine_.add(kind, block.name);
+    if (is_part) Machine::relate(*block.thing, RelationKind::kPartOf, *parent);
+    return true;
+}
+
+void KernelReader::tell_numbers(const Block &block, const Numbers &numbers) {
+    Thing &thing = *block.thing;
+    thing.tell("maj_min", std::to_string(numbers.major) + ":" + std::to_string(numbers.minor), Source::kKernel, "dev");
+    if (thing.kind() != ThingKind::kPartition) {
+        thing.tell("kind", std::string(kind_of_major(numbers.major)), Source::kKernel, "dev");
+    }
+    if (!wanted_.database() && !wanted_.uses()) return;
+    const Entry entry = database_.entry(numbers.major, numbers.minor);
+    if (entry.known) examined_.insert(&thing);
+    tell_entry(thing, entry);
+}
+
+void KernelReader::tell_kind(const Block &block) {
+    switch (block.thing->kind()) {
+    case ThingKind::kPartition: {
+        const char *area = mmc_area(block.name);
+        block.thing->tell("type", std::string(*area == '\0' ? "part" : area), Source::kKernel, "partition");
+        tell_attributes(block, kPartition, wanted_);
+        break;
+    }
+    case ThingKind::kArray: tell_array(block, wanted_); [[fallthrough]];
+    case ThingKind::kVirtual: block.thing->tell("type", std::string(block.row->type), Source::kKernel, "name"); break;
+    case ThingKind::kMapped: tell_mapped(block, wanted_); break;
+    default: tell_hardware(block, hosts_, wanted_); break;
+    }
+}
+
+void KernelReader::tell_all(const Block &block) {
+    Thing &thing = *block.thing;
+    thing.tell("name", "/dev/" + block.name, Source::kKernel, kClass);
+    tell_kind(block);
+    if (is_missing(thing.value("path"))) thing.tell("path", "/dev/" + block.name, Source::kKernel, kClass);
+    tell_attributes(block, kEveryBlock, wanted_);
+    if (thing.kind() != ThingKind::kPartition) {
+        tell_attributes(block, kWhole, wanted_);
+        if (is_missing(thing.value("start"))) thing.tell("start", std::uint64_t{0}, Source::kKernel, "size");
+        const auto size = thing.number("size");
+        const auto sector = thing.number("sector");
+        if (size && sector && *sector > 0) thing.tell("blocks", *size / *sector, Source::kKernel, "size");
+    }
+}
+
+void KernelReader::tell_listed(const std::string &name, const Listed &listed) {
+    constexpr std::uint64_t kKibibyte = 1024;
+    const NameRow &row = row_of_name(name);
+    if (row.kind == ThingKind::kVirtual && !request_.all) return;
+    Block block{name, {}, {}, &row, nullptr};
+    std::string whole = name;
+    while (!whole.empty() && whole.back() >= '0' && whole.back() <= '9') whole.pop_back();
+    if (machine_.find(whole) == nullptr && whole.ends_with('p')) whole.pop_back();
+    Thing *parent = whole == name ? nullptr : machine_.find(whole);
+    block.thing = &machine_.add(parent == nullptr ? row.kind : ThingKind::kPartition, name);
+    if (parent != nullptr) Machine::relate(*block.thing, RelationKind::kPartOf, *parent);
+    Thing &thing = *block.thing;
+    for (const char *key : {"name", "path"}) thing.tell(key, "/dev/" + name, Source::kKernel, "/proc/partitions");
+    thing.tell("type", std::string(parent == nullptr ? row.type : "part"), Source::kKernel, "/proc/partitions");
+    thing.tell("size", listed.kibibytes * kKibibyte, Source::kKernel, "/proc/partitions");
+    tell_numbers(block, listed.numbers);
+}
+
+void KernelReader::read_device(const std::string &name) {
+    if (is_hidden_path(name)) return;
+    std::string in_class = name;
+    std::replace(in_class.begin(), in_class.end(), '/', '!');
+    const std::string link = class_.link(in_class.c_str());
+    const auto listed = listing_.find(name);
+    Block block{name, Folder(class_, in_class), place_of(link), &row_of_name(name), nullptr};
+    if (!block.folder.is_open()) {
+        // It went away meanwhile, or /sys is kept from this process.
+        if (listed != listing_.end()) tell_listed(name, listed->second);
+        return;
+    }
+    if (!place_in_machine(block)) return;
+    tell_all(block);
+    const auto numbers = listed == listing_.end() ? parse_numbers(block.folder.text("dev"))
+                                                  : std::optional<Numbers>(listed->second.numbers);
+    if (numbers) tell_numbers(block, *numbers);
+    const ThingKind kind = block.thing->kind();
+    if (kind == ThingKind::kDrive || kind == ThingKind::kOptical) conclude_hardware(block, wanted_);
+    const bool is_stacked = kind == ThingKind::kArray || kind == ThingKind::kMapped || block.row == &kStranger;
+    if (is_stacked) compounds_.push_back(std::move(block));
+}
+
+} // namespace
+
+void read_kernel(Machine &machine, const KernelRequest &request) {
+    KernelReader(machine, request).read();
+    settle(machine);
+}
+
+} // namespace inventory
