@@ -32,12 +32,12 @@ void tell_progress(Thing &thing, const std::string &progress) {
 } // namespace
 
 void tell_array(const Block &block, const Wanted &wanted) {
-    tell_attributes(block, kMd, wanted);
+    tell_attributes(*block.thing, block.folder, kMd, wanted);
     if (wanted.has("sync_percent")) tell_progress(*block.thing, block.folder.text("md/sync_completed"));
 }
 
 void tell_mapped(const Block &block, const Wanted &wanted) {
-    tell_attributes(block, kDm, wanted);
+    tell_attributes(*block.thing, block.folder, kDm, wanted);
     const std::string uuid = block.folder.text("dm/uuid");
     std::string type = block.row->type;
     for (const UuidRow &row : kUuids) {

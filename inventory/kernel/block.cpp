@@ -14,7 +14,7 @@ struct Premise {
 };
 
 const std::vector<Premise> &premises() {
-    static const std::vector<Premise> kPremises{
+    static const std::vector<Premise> list{
         {"used_by", {"fs_type", "holders", "mount_points", "dm_name"}},
         {"verdict", {"used_by", "fs_type", "pt_type", "holders", "mount_points", "dm_name", "paths"}},
         {"paths", {"wwn", "serial", "model"}},
@@ -24,7 +24,7 @@ const std::vector<Premise> &premises() {
         {"blocks", {"size", "sector"}},
         {"type", {"tran"}},
     };
-    return kPremises;
+    return list;
 }
 
 // The first that fits decides.
@@ -87,6 +87,10 @@ void Wanted::add(std::string_view key) {
     }
 }
 
+bool Wanted::any(std::initializer_list<std::string_view> keys) const {
+    return std::any_of(keys.begin(), keys.end(), [this](std::string_view key) { return has(key); });
+}
+
 const NameRow &row_of_name(std::string_view name) {
     const auto *found = std::find_if(std::begin(kNames), std::end(kNames),
                                      [name](const NameRow &row) { return begins(name, row.pattern); });
@@ -99,13 +103,13 @@ const char *mmc_area(std::string_view name) {
     return name.find("boot") != std::string_view::npos ? "boot" : "";
 }
 
-void tell_attributes(const Block &block, std::span<const AttributeRow> rows, const Wanted &wanted) {
+void tell_attributes(Thing &thing, const Folder &folder, std::span<const AttributeRow> rows, const Wanted &wanted) {
     for (const AttributeRow &row : rows) {
-        const bool has_fact = (all_facts()[index_of(row.key)].of & bit(block.thing->kind())) != 0;
+        const bool has_fact = (all_facts()[index_of(row.key)].of & bit(thing.kind())) != 0;
         if (!has_fact || !wanted.has(row.key)) continue;
         const std::string text =
-            row.reading == Reading::kNode ? block.folder.link(row.attribute) : block.folder.text(row.attribute);
-        block.thing->tell(row.key, value_of(text, row.reading), row.source, row.attribute);
+            row.reading == Reading::kNode ? folder.link(row.attribute) : folder.text(row.attribute);
+        thing.tell(row.key, value_of(text, row.reading), row.source, row.attribute);
     }
 }
 

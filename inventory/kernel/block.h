@@ -7,6 +7,7 @@
 #include "inventory/kernel/place.h"
 
 #include <cstdint>
+#include <initializer_list>
 #include <span>
 #include <string>
 #include <unordered_map>
@@ -20,6 +21,8 @@ class Wanted {
     explicit Wanted(const std::vector<std::string> &keys);
     [[nodiscard]] bool has(std::string_view key) const { return all_ || asked_[index_of(key)]; }
     [[nodiscard]] bool database() const { return database_; }
+    // Whether any of these was asked for.
+    [[nodiscard]] bool any(std::initializer_list<std::string_view> keys) const;
     [[nodiscard]] bool uses() const { return has("used_by") || has("verdict") || has("mount_points"); }
 
   private:
@@ -46,6 +49,7 @@ const char *mmc_area(std::string_view name);
 struct Block {
     std::string name; // as in /dev
     Folder folder;
+    Folder unit; // of the SCSI device, NVMe controller or MMC card below it; not open where there is none
     Place place;
     const NameRow *row = nullptr;
     Thing *thing = nullptr;
@@ -61,7 +65,15 @@ struct AttributeRow {
 };
 
 // Tells what the attributes say, those of facts that are wanted and that this kind of thing has.
-void tell_attributes(const Block &block, std::span<const AttributeRow> rows, const Wanted &wanted);
+void tell_attributes(Thing &thing, const Folder &folder, std::span<const AttributeRow> rows, const Wanted &wanted);
+
+// What the kernel kept of a SCSI device's answers, whether or not it has a node.
+void tell_scsi_unit(Thing &thing, const Folder &unit, const Wanted &wanted);
+
+// The transport that a SCSI device hangs on, by its place and its host's driver.
+std::string scsi_transport(const Place &place, std::string_view driver);
+// Where it is plugged in.
+std::string port_of(const Place &place);
 
 // SCSI hosts carry many disks each.
 class Hosts {

@@ -1,93 +1,32 @@
 #include "inventory/kernel/block.h"
-#include "inventory/kernel/pages.h"
 
 #include <algorithm>
 
 namespace inventory {
 namespace {
 
-constexpr AttributeRow kScsi[] = {
-    {"vendor", "device/vendor"},
-    {"model", "device/model"},
-    {"firmware", "device/rev"},
-    {"device_state", "device/state"},
-    {"generic", "device/generic", Reading::kNode},
-};
 constexpr AttributeRow kNvme[] = {
-    {"model", "device/model", Reading::kText, Source::kIdentity},
-    {"serial", "device/serial", Reading::kText, Source::kIdentity},
-    {"firmware", "device/firmware_rev", Reading::kText, Source::kIdentity},
-    {"wwn", "wwid", Reading::kText, Source::kIdentity},
-    {"device_state", "device/state"},
+    {"model", "model", Reading::kText, Source::kIdentity},
+    {"serial", "serial", Reading::kText, Source::kIdentity},
+    {"firmware", "firmware_rev", Reading::kText, Source::kIdentity},
+    {"device_state", "state"},
 };
+constexpr AttributeRow kNamespace[] = {{"wwn", "wwid", Reading::kText, Source::kIdentity}};
 constexpr AttributeRow kMmc[] = {
-    {"model", "device/name", Reading::kText, Source::kIdentity},
-    {"serial", "device/serial", Reading::kText, Source::kIdentity},
-    {"firmware", "device/fwrev", Reading::kText, Source::kIdentity},
+    {"model", "name", Reading::kText, Source::kIdentity},
+    {"serial", "serial", Reading::kText, Source::kIdentity},
+    {"firmware", "fwrev", Reading::kText, Source::kIdentity},
 };
-constexpr AttributeRow kIde[] = {
-    {"model", "device/model"}, {"serial", "device/serial"}, {"firmware", "device/firmware"}};
-
-// Drivers of controllers whose disks are logical drives, unless a SAS port of their own tells otherwise.
-constexpr std::string_view kRaidDrivers[] = {"megaraid_sas", "megaraid", "aacraid", "hpsa",    "smartpqi",
-                                             "mpi3mr",       "arcmsr",   "3w-sas",  "3w-9xxx", "ips"};
-
-bool is_raid_driver(std::string_view driver) {
-    return std::find(std::begin(kRaidDrivers), std::end(kRaidDrivers), driver) != std::end(kRaidDrivers);
-}
+constexpr AttributeRow kIde[] = {{"model", "model"}, {"serial", "serial"}, {"firmware", "firmware"}};
 
 bool is_scsi(const Block &block) { return !block.place.scsi_address.empty(); }
-
-// libata drives parallel ports too.
-std::string ata_transport(std::string_view driver) {
-    return driver.starts_with("pata") || driver.starts_with("ata_") ? "ide" : "sata";
-}
-
-std::string scsi_transport(const Place &place, const std::string &driver) {
-    if (!place.usb_interface.empty()) return driver == "uas" ? "uas" : "usb";
-    if (!place.session.empty()) return "iscsi";
-    if (!place.remote_port.empty()) return "fc";
-    if (!place.sas_device.empty()) return "sas";
-    if (!place.ata_port.empty()) return ata_transport(driver);
-    return is_raid_driver(driver) ? "raid" : "scsi";
-}
-
-std::string port_of(const Place &place) {
-    for (const std::string *port :
-         {&place.usb_port, &place.session, &place.remote_port, &place.sas_device, &place.ata_port, &place.mmc_host}) {
-        if (!port->empty()) return *port;
-    }
-    return "";
-}
-
-void tell_pages(const Block &block, const Wanted &wanted) {
-    Thing &thing = *block.thing;
-    const auto page = [&block](const char *name) { return block.folder.bytes(name).value_or(""); };
-    if (wanted.has("serial")) {
-        thing.tell("serial", serial_of_page(page("device/vpd_pg80")), Source::kIdentity, "vpd_pg80");
-    }
-    if (wanted.has("wwn")) thing.tell("wwn", wwn_of_page(page("device/vpd_pg83")), Source::kIdentity, "vpd_pg83");
-    if (thing.kind() != ThingKind::kDrive) return;
-    if (wanted.has("rpm")) {
-        const auto rotation = rotation_of_page(page("device/vpd_pgb1"));
-        if (rotation) thing.tell("rpm", *rotation, Source::kIdentity, "vpd_pgb1");
-    }
-    if (!wanted.has("model") && !wanted.has("firmware") && !wanted.has("rpm") && !wanted.has("serial")) return;
-    const auto identity = ata_identity_of_page(page("device/vpd_pg89"));
-    if (!identity) return;
-    thing.tell("model", identity->model, Source::kIdentity, "vpd_pg89");
-    thing.tell("firmware", identity->firmware, Source::kIdentity, "vpd_pg89");
-    thing.tell("serial", identity->serial, Source::kIdentity, "vpd_pg89");
-    thing.tell("wwn", identity->wwn, Source::kIdentity, "vpd_pg89");
-    if (identity->rotation) thing.tell("rpm", *identity->rotation, Source::kIdentity, "vpd_pg89");
-}
 
 // Of several controllers that lead to one NVMe namespace the subsystem's first one speaks for the place.
 Place nvme_place(const Block &block) {
     if (!block.place.pci.empty()) return block.place;
-    for (const std::string &name : block.folder.names("device")) {
+    for (const std::string &name : block.unit.names()) {
         if (!name.starts_with("nvme") || name.find_first_not_of("0123456789", 4) != std::string::npos) continue;
-        const Place place = place_of(block.folder.link(("device/" + name).c_str()));
+        Place place = place_of(block.unit.link(name.c_str()));
         if (!place.pci.empty()) return place;
     }
     return block.place;
@@ -95,8 +34,8 @@ Place nvme_place(const Block &block) {
 
 std::string driver_of(const Block &block, Hosts &hosts) {
     if (is_scsi(block)) return hosts.driver(block.place.scsi_host);
-    const std::string own = last_part(block.folder.link("device/driver"));
-    return own.empty() ? last_part(block.folder.link("device/device/driver")) : own;
+    const std::string own = last_part(block.unit.link("driver"));
+    return own.empty() ? last_part(block.unit.link("device/driver")) : own;
 }
 
 void tell_place(const Block &block, Hosts &hosts) {
@@ -107,11 +46,10 @@ void tell_place(const Block &block, Hosts &hosts) {
     thing.tell("hctl", place.scsi_address, Source::kKernel, "path in /sys");
     thing.tell("pci", place.pci, Source::kKernel, "path in /sys");
     thing.tell("port", port_of(place), Source::kKernel, "path in /sys");
-    thing.tell("driver", driver, Source::kKernel, is_scsi(block) ? "proc_name" : "device/driver");
+    thing.tell("driver", driver, Source::kKernel, is_scsi(block) ? "proc_name" : "driver");
     std::string tran = block.row->tran;
     if (tran.empty() && is_scsi(block)) tran = scsi_transport(place, driver);
     thing.tell("tran", tran, Source::kKernel, "path in /sys");
-    if (tran == "usb" || tran == "uas") thing.tell("status", std::string("node"), Source::kKernel, "path in /sys");
     thing.tell("type", std::string(tran == "iscsi" ? "iscsi" : block.row->type), Source::kKernel, "path in /sys");
 }
 
@@ -152,14 +90,14 @@ void tell_hardware(const Block &block, Hosts &hosts, const Wanted &wanted) {
     tell_place(block, hosts);
     const std::string_view tran = block.row->tran;
     if (is_scsi(block)) {
-        tell_attributes(block, kScsi, wanted);
-        tell_pages(block, wanted);
+        tell_scsi_unit(*block.thing, block.unit, wanted);
     } else if (tran == "nvme") {
-        tell_attributes(block, kNvme, wanted);
+        tell_attributes(*block.thing, block.unit, kNvme, wanted);
+        tell_attributes(*block.thing, block.folder, kNamespace, wanted);
     } else if (tran == "mmc") {
-        tell_attributes(block, kMmc, wanted);
+        tell_attributes(*block.thing, block.unit, kMmc, wanted);
     } else if (tran == "ide") {
-        tell_attributes(block, kIde, wanted);
+        tell_attributes(*block.thing, block.unit, kIde, wanted);
     }
 }
 

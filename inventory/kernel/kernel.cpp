@@ -109,8 +109,8 @@ class KernelReader {
     void read_device(const std::string &name);
     bool place_in_machine(Block &block);
     void tell_numbers(const Block &block, const Numbers &numbers);
-    void tell_kind(const Block &block);
-    void tell_all(const Block &block);
+    void tell_kind(Block &block);
+    void tell_all(Block &block);
     void tell_listed(const std::string &name, const Listed &listed);
 
     Machine &machine_;
@@ -168,29 +168,32 @@ void KernelReader::tell_numbers(const Block &block, const Numbers &numbers) {
     tell_entry(thing, entry);
 }
 
-void KernelReader::tell_kind(const Block &block) {
+void KernelReader::tell_kind(Block &block) {
     switch (block.thing->kind()) {
     case ThingKind::kPartition: {
         const char *area = mmc_area(block.name);
         block.thing->tell("type", std::string(*area == '\0' ? "part" : area), Source::kKernel, "partition");
-        tell_attributes(block, kPartition, wanted_);
+        tell_attributes(*block.thing, block.folder, kPartition, wanted_);
         break;
     }
     case ThingKind::kArray: tell_array(block, wanted_); [[fallthrough]];
     case ThingKind::kVirtual: block.thing->tell("type", std::string(block.row->type), Source::kKernel, "name"); break;
     case ThingKind::kMapped: tell_mapped(block, wanted_); break;
-    default: tell_hardware(block, hosts_, wanted_); break;
+    default:
+        block.unit = Folder(block.folder, "device");
+        tell_hardware(block, hosts_, wanted_);
+        break;
     }
 }
 
-void KernelReader::tell_all(const Block &block) {
+void KernelReader::tell_all(Block &block) {
     Thing &thing = *block.thing;
     thing.tell("name", "/dev/" + block.name, Source::kKernel, kClass);
     tell_kind(block);
     if (is_missing(thing.value("path"))) thing.tell("path", "/dev/" + block.name, Source::kKernel, kClass);
-    tell_attributes(block, kEveryBlock, wanted_);
+    tell_attributes(*block.thing, block.folder, kEveryBlock, wanted_);
     if (thing.kind() != ThingKind::kPartition) {
-        tell_attributes(block, kWhole, wanted_);
+        tell_attributes(*block.thing, block.folder, kWhole, wanted_);
         if (is_missing(thing.value("start"))) thing.tell("start", std::uint64_t{0}, Source::kKernel, "size");
         const auto size = thing.number("size");
         const auto sector = thing.number("sector");
@@ -202,7 +205,7 @@ void KernelReader::tell_listed(const std::string &name, const Listed &listed) {
     constexpr std::uint64_t kKibibyte = 1024;
     const NameRow &row = row_of_name(name);
     if (row.kind == ThingKind::kVirtual && !request_.all) return;
-    Block block{name, {}, {}, &row, nullptr};
+    Block block{name, {}, {}, {}, &row, nullptr};
     std::string whole = name;
     while (!whole.empty() && whole.back() >= '0' && whole.back() <= '9') whole.pop_back();
     if (machine_.find(whole) == nullptr && whole.ends_with('p')) whole.pop_back();
@@ -222,7 +225,7 @@ void KernelReader::read_device(const std::string &name) {
     std::replace(in_class.begin(), in_class.end(), '/', '!');
     const std::string link = class_.link(in_class.c_str());
     const auto listed = listing_.find(name);
-    Block block{name, Folder(class_, in_class), place_of(link), &row_of_name(name), nullptr};
+    Block block{name, Folder(class_, in_class), {}, place_of(link), &row_of_name(name), nullptr};
     if (!block.folder.is_open()) {
         // It went away meanwhile, or /sys is kept from this process.
         if (listed != listing_.end()) tell_listed(name, listed->second);

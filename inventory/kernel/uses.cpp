@@ -43,29 +43,29 @@ struct Use {
 };
 
 Verdict verdict_of_holder(const Thing &holder) {
-    static const std::map<std::string, Verdict, std::less<>> kByType{
+    static const std::map<std::string, Verdict, std::less<>> by_type{
         {"softraid", kArrayMember}, {"lvm", kLvm}, {"crypt", kCrypt}, {"mpath", kMpath}, {"loop", kLoop}};
-    const auto found = kByType.find(holder.text("type"));
-    return found == kByType.end() ? kOtherMapped : found->second;
+    const auto found = by_type.find(holder.text("type"));
+    return found == by_type.end() ? kOtherMapped : found->second;
 }
 
 // What lies on it while nobody that the kernel names uses it.
 void add_contents(const Thing &thing, Use &use) {
-    static const std::map<std::string, Verdict, std::less<>> kSignatures{{"zfs_member", kZfs},
-                                                                         {"LVM2_member", kSignature},
-                                                                         {"LVM1_member", kSignature},
-                                                                         {"crypto_LUKS", kSignature},
-                                                                         {"linux_raid_member", kSignature},
-                                                                         {"ddf_raid_member", kSignature},
-                                                                         {"isw_raid_member", kSignature},
-                                                                         {"mpath_member", kSignature},
-                                                                         {"drbd", kSignature},
-                                                                         {"bcache", kSignature},
-                                                                         {"swap", kSignature}};
+    static const std::map<std::string, Verdict, std::less<>> signatures{{"zfs_member", kZfs},
+                                                                        {"LVM2_member", kSignature},
+                                                                        {"LVM1_member", kSignature},
+                                                                        {"crypto_LUKS", kSignature},
+                                                                        {"linux_raid_member", kSignature},
+                                                                        {"ddf_raid_member", kSignature},
+                                                                        {"isw_raid_member", kSignature},
+                                                                        {"mpath_member", kSignature},
+                                                                        {"drbd", kSignature},
+                                                                        {"bcache", kSignature},
+                                                                        {"swap", kSignature}};
     const std::string signature = thing.text("fs_type");
     if (signature.empty()) return;
-    const auto found = kSignatures.find(signature);
-    const Verdict verdict = found == kSignatures.end() ? kFileSystem : found->second;
+    const auto found = signatures.find(signature);
+    const Verdict verdict = found == signatures.end() ? kFileSystem : found->second;
     // The pool's own driver uses it, and tells the kernel nothing: it may well be in use.
     use.add(verdict == kZfs ? signature : signature + " unused", verdict);
 }
@@ -93,6 +93,13 @@ Use use_of(const Thing &thing, const Examined &examined) {
 }
 
 } // namespace
+
+const std::string &graver(const std::string &left, const std::string &right) {
+    const auto place = [](const std::string &verdict) {
+        return std::find(std::begin(kVerdicts), std::end(kVerdicts), verdict) - std::begin(kVerdicts);
+    };
+    return place(right) < place(left) ? right : left;
+}
 
 void conclude_uses(Machine &machine, const Examined &examined) {
     for (Thing &thing : machine.things()) {

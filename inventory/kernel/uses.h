@@ -13,4 +13,7 @@ using Examined = std::unordered_set<const Thing *>;
 // Holders, users and verdict of every block device, from what has been told of it.
 void conclude_uses(Machine &machine, const Examined &examined);
 
+// The graver of two verdicts.
+const std::string &graver(const std::string &left, const std::string &right);
+
 } // namespace inventory
