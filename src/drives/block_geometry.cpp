@@ -1,7 +1,8 @@
+#include "drives/block_geometry.h"
+
 #include "foundation/errors.h"
 #include "foundation/files.h"
 #include "foundation/text.h"
-#include "torvane.h"
 
 #include <array>
 #include <cinttypes>
@@ -120,15 +121,19 @@ int get_number_of_blocks(int fd, uint64_t block_size, uint64_t *count) noexcept 
     return kNoBlockCount;
 }
 
+int torvane::read_device_start(int active, const char *path, uint64_t &start) noexcept {
+    if (read_start(active, path, start)) return 0;
+    start = 0;
+    fail(kGeometry, "failed to read device start");
+    return kNoStart;
+}
+
 int get_device_start(int fd, const char *path, uint64_t *start) noexcept {
     if (start == nullptr) return kNoStart;
     const int active = validate_fd(fd, path);
-    const bool done = read_start(active, path, *start);
+    const int result = read_device_start(active, path, *start);
     close_active_fd(fd, active);
-    if (done) return 0;
-    *start = 0;
-    fail(kGeometry, "failed to read device start");
-    return kNoStart;
+    return result;
 }
 
 int get_device_rotation(int fd, const char *path, int32_t *rotation) noexcept {

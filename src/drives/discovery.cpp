@@ -1,3 +1,4 @@
+#include "drives/open_disks.h"
 #include "drives/partition_table.h"
 #include "drives/record.h"
 #include "foundation/errors.h"
@@ -38,82 +39,99 @@ struct RaidView {
     }
 };
 
-int add_named_drive(DriveList *list, DriveOptions options, const char *name, const RaidView &raid,
-                    const PartitionTable *table) noexcept {
-    const bool with_raid = has(options, DRIVE_OPTION_RAID);
-    if (with_raid) {
-        const int members = resolve_to_raid(name, list, raid.controllers, raid.count);
+// One call of get_drives() or get_drives_from_names().
+class Discovery {
+  public:
+    Discovery(DriveList *list, DriveOptions options, bool has_system_disks) noexcept;
+
+    // The system's whole disks, which then are the first names of run().
+    int read_names(OwnNames &system) noexcept { return table_.read_names(&system.names, &system.count, disks_); }
+
+    int run(const char *const *names, uint32_t count) noexcept;
+
+  private:
+    bool wants(DriveOptions option) const noexcept { return has(options_, option); }
+    const PartitionTable *read_partitions(uint32_t count) noexcept;
+    int add_named(const char *name, const PartitionTable *table, KnownDrive known) noexcept;
+    int add_all(const char *const *names, uint32_t count) noexcept;
+    int add_unnamed() noexcept;
+
+    DriveList *list_;
+    DriveOptions options_;
+    bool has_system_disks_;
+    OpenDisks disks_;
+    PartitionTable table_;
+    RaidView raid_;
+};
+
+// RAID tools may run for minutes and inherit what is open, so disks do not stay open while they run.
+Discovery::Discovery(DriveList *list, DriveOptions options, bool has_system_disks) noexcept
+    : list_(list), options_(options), has_system_disks_(has_system_disks),
+      disks_(has_system_disks && has(options, kReaders) && !has(options, DRIVE_OPTION_RAID)) {}
+
+// Null where each drive has to read the file for itself. What was read before the RAID tools ran is of another
+// moment than the drives are.
+const PartitionTable *Discovery::read_partitions(uint32_t count) noexcept {
+    if (!wants(DRIVE_OPTION_GEOMETRY) || count == 0) return nullptr;
+    const bool is_current = has_system_disks_ && !wants(DRIVE_OPTION_RAID);
+    if (!is_current && (count == 1 || !table_.load())) return nullptr;
+    return table_.index() ? &table_ : nullptr;
+}
+
+int Discovery::add_named(const char *name, const PartitionTable *table, KnownDrive known) noexcept {
+    if (wants(DRIVE_OPTION_RAID)) {
+        const int members = resolve_to_raid(name, list_, raid_.controllers, raid_.count);
         if (members != 0) return members < 0 ? -1 : 0;
     }
-    if (create_drive_with(list, name, options, table) != 0) return -1;
-    if (with_raid) resolve_to_special(list->drives[list->count - 1], raid.arrays.names, raid.arrays.count);
+    if (create_drive_with(list_, name, options_, table, std::move(known)) != 0) return -1;
+    if (wants(DRIVE_OPTION_RAID)) {
+        resolve_to_special(list_->drives[list_->count - 1], raid_.arrays.names, raid_.arrays.count);
+    }
     return 0;
 }
 
 // The order of the sources is part of the interface: records without a name come only after all those that
 // are compared by name.
-int add_all(DriveList *list, DriveOptions options, const char *const *names, uint32_t count,
-            const PartitionTable *table) noexcept {
-    RaidView raid;
-    if (has(options, DRIVE_OPTION_RAID) && !raid.load()) return -1;
+int Discovery::add_all(const char *const *names, uint32_t count) noexcept {
+    if (wants(DRIVE_OPTION_RAID) && !raid_.load()) return -1;
+    const PartitionTable *table = read_partitions(count);
     for (uint32_t i = 0; i < count; ++i) {
-        if (add_named_drive(list, options, names[i], raid, table) != 0) return -1;
+        if (add_named(names[i], table, disks_.take(i)) != 0) return -1;
     }
-    if (has(options, DRIVE_OPTION_SYSTEM) && has(options, DRIVE_OPTION_RAID) &&
-        add_all_raid_drives(list, raid.controllers, raid.count) != 0) {
-        return -1;
-    }
-    if (has(options, DRIVE_OPTION_USB) && add_removable_media(list, has(options, DRIVE_OPTION_SYSTEM) ? 1 : 0) != 0) {
-        return -1;
-    }
-    if (has(options, DRIVE_OPTION_OPTICAL) && add_all_optical_drives(list, options) != 0) return -1;
-    return 0;
+    return add_unnamed();
 }
 
-int collect_drives(DriveList *list, DriveOptions options, const char *const *names, uint32_t count,
-                   const PartitionTable *table) noexcept {
-    *list = DriveList{};
+int Discovery::add_unnamed() noexcept {
+    const bool all = wants(DRIVE_OPTION_SYSTEM);
+    if (all && wants(DRIVE_OPTION_RAID) && add_all_raid_drives(list_, raid_.controllers, raid_.count) != 0) return -1;
+    if (wants(DRIVE_OPTION_USB) && add_removable_media(list_, all ? 1 : 0) != 0) return -1;
+    return wants(DRIVE_OPTION_OPTICAL) ? add_all_optical_drives(list_, options_) : 0;
+}
+
+int Discovery::run(const char *const *names, uint32_t count) noexcept {
+    *list_ = DriveList{};
     if (names == nullptr && count > 0) return fail(kDriveList, "no drive names specified");
-    if (count == 0 && !has(options, kSources)) return fail(kDriveList, "no drive names specified");
-    if (add_all(list, options, names, count, table) == 0) return 0;
-    release_drives(list);
-    list->count = 0;
+    if (count == 0 && !wants(kSources)) return fail(kDriveList, "no drive names specified");
+    if (add_all(names, count) == 0) return 0;
+    release_drives(list_);
+    list_->count = 0;
     return -1;
 }
-
-// One reading of /proc/partitions for the names and for all drives' partitions.
-class Snapshot {
-  public:
-    explicit Snapshot(DriveOptions options, uint32_t count) noexcept {
-        const bool wanted = has(options, DRIVE_OPTION_SYSTEM) || (has(options, DRIVE_OPTION_GEOMETRY) && count > 1);
-        loaded_ = wanted && table_.load();
-    }
-    int read_names(OwnNames &names) noexcept {
-        return loaded_ ? table_.read_names(&names.names, &names.count)
-                       : read_drive_names_on_system(&names.names, &names.count);
-    }
-    // Null where each drive has to read the file for itself.
-    const PartitionTable *partitions() noexcept { return loaded_ && table_.index() ? &table_ : nullptr; }
-
-  private:
-    PartitionTable table_;
-    bool loaded_ = false;
-};
 
 } // namespace
 
 int get_drives(DriveList *list, DriveOptions options, const char *const *names, uint32_t count) noexcept {
     if (list == nullptr) return fail(kDriveList, "no drive list (NULL)");
     if (options < 1) return fail(kDriveList, "no options specified");
-    Snapshot snapshot(options, count);
+    const bool with_system = has(options, DRIVE_OPTION_SYSTEM);
+    Discovery discovery(list, options, with_system);
     OwnNames merged;
-    if (has(options, DRIVE_OPTION_SYSTEM) && snapshot.read_names(merged) != 0) return -1;
+    if (with_system && discovery.read_names(merged) != 0) return -1;
     if (add_names_to_list(&merged.names, &merged.count, names, count) != 0) return -1;
-    return collect_drives(list, options, merged.names, merged.count, snapshot.partitions());
+    return discovery.run(merged.names, merged.count);
 }
 
 int get_drives_from_names(DriveList *list, DriveOptions options, const char *const *names, uint32_t count) noexcept {
     if (list == nullptr) return fail(kDriveList, "no drive list (NULL)");
-    Snapshot snapshot(options, count);
-    return collect_drives(list, options, names, count, snapshot.partitions());
+    return Discovery(list, options, false).run(names, count);
 }

@@ -17,16 +17,22 @@ constexpr int kNoDeviceName = -64;
 constexpr int kOddSum = -1; // for has_error(): opening or the block size failed
 constexpr size_t kNameSize = 150;
 
-int read_all(int fd, const char *path, DriveRecord &drive, const PartitionTable *table) noexcept {
+int read_start(int fd, const char *path, DriveRecord &drive, const KnownGeometry &known) noexcept {
+    if (!known.starts_at_zero) return get_device_start(fd, path, &drive.device_start);
+    drive.device_start = 0;
+    return 0;
+}
+
+int read_all(int fd, const char *path, DriveRecord &drive, const KnownGeometry &known) noexcept {
     if (fd < 0) {
         fail(kGeometry, "failed to open '%s'", path);
         return kNotOpened;
     }
     int result = get_block_size(fd, &drive.block_size);
     result += get_number_of_blocks(fd, drive.block_size, &drive.block_count);
-    result += get_device_start(fd, path, &drive.device_start);
+    result += read_start(fd, path, drive, known);
     result += get_device_rotation(fd, path, &drive.rotation_speed);
-    return result + read_partitions(path, drive.partitions, table);
+    return result + read_partitions(path, drive.partitions, known.table);
 }
 
 // The generic node gets the same questions, for the words of its failures only: what it answers is about
@@ -46,7 +52,7 @@ void retry_on_generic_node(const char *path, const DriveRecord &drive) noexcept 
     DriveRecord copy = drive;
     copy.partitions = PartitionList{};
     const Descriptor device(open(generic, O_RDONLY | O_NONBLOCK));
-    (void)read_all(device.get(), generic, copy, nullptr);
+    (void)read_all(device.get(), generic, copy, {});
     release_partitions(copy.partitions);
 }
 
@@ -62,9 +68,9 @@ int reopen(const char *name) noexcept {
 
 } // namespace
 
-int torvane::read_drive_geometry(int fd, const char *path, DriveRecord &drive, const PartitionTable *table) noexcept {
-    release_partitions(drive.partitions);
-    const int result = read_all(fd, path, drive, table);
+int torvane::read_drive_geometry(int fd, const char *path, DriveRecord &drive, const KnownGeometry &known) noexcept {
+    if (fd >= 0) release_partitions(drive.partitions);
+    const int result = read_all(fd, path, drive, known);
     if (has_error(result, kOddSum) != 0) retry_on_generic_node(path, drive);
     return result;
 }
@@ -72,7 +78,7 @@ int torvane::read_drive_geometry(int fd, const char *path, DriveRecord &drive, c
 int get_drive_geometry(const char *path, DriveRecord *drive) noexcept {
     if (path == nullptr || drive == nullptr) return kNotOpened;
     const Descriptor device(open(path, O_RDONLY | O_NONBLOCK));
-    return read_drive_geometry(device.get(), path, *drive, nullptr);
+    return read_drive_geometry(device.get(), path, *drive, {});
 }
 
 int get_device_geometry(int fd, const char *path, DeviceGeometry *geometry) noexcept {

@@ -1,8 +1,9 @@
+#include "drives/names.h"
+
 #include "drives/name_set.h"
 #include "drives/partition_scan.h"
 #include "foundation/errors.h"
 #include "foundation/text.h"
-#include "torvane.h"
 
 using namespace torvane;
 
@@ -16,7 +17,12 @@ void release_names(char ***names, uint32_t *count) noexcept {
     *count = 0;
 }
 
-int add_disk_of_line(const char *line, char ***names, uint32_t *count) noexcept {
+// Whom to ask for whole disks: those who keep what they learn, or is_drive().
+bool is_whole_disk(const char *path, OpenDisks *disks) noexcept {
+    return disks != nullptr ? disks->take_in(path) : is_drive(path) == 1;
+}
+
+int add_disk_of_line(const char *line, char ***names, uint32_t *count, OpenDisks *disks) noexcept {
     char *scanned = nullptr;
     if (std::sscanf(line, "%*d %*d %*d %ms", &scanned) != 1) {
         return fail(kDriveList, "failed to parse line '%s'", line);
@@ -24,20 +30,23 @@ int add_disk_of_line(const char *line, char ***names, uint32_t *count) noexcept 
     const CString name(scanned);
     CString path = make_text("/dev/%s", scanned);
     if (!path) return fail(kDriveList, "failed to allocate name '%s'", scanned);
-    if (is_drive(path.get()) != 1) return 0;
+    if (!is_whole_disk(path.get(), disks)) return 0;
     if (add_drive_name_to_list(path.get(), names, count) != 0) return -1;
     (void)path.release();
     return 0;
 }
 
-int add_disks_of_file(FILE *file, char ***names, uint32_t *count) noexcept {
+int fail_at_line(int number) noexcept { return fail(kDriveList, "failed to read line %d", number); }
+
+// A file that stands for the readable part of another one fails at its end.
+int add_disks_of_file(FILE *file, bool complete, char ***names, uint32_t *count, OpenDisks *disks) noexcept {
     for (int number = 1;; ++number) {
         char *text = nullptr;
         const int length = get_line(&text, file);
         const CString line(text);
+        if (length < 0 || (length == 0 && !complete && std::feof(file) != 0)) return fail_at_line(number);
         if (length == 0) return 0;
-        if (length < 0) return fail(kDriveList, "failed to read line %d", number);
-        if (number > kHeaderLines && add_disk_of_line(text, names, count) != 0) return -1;
+        if (number > kHeaderLines && add_disk_of_line(text, names, count, disks) != 0) return -1;
     }
 }
 
@@ -70,9 +79,18 @@ int read_drive_names_on_system(char ***names, uint32_t *count) noexcept {
 
 int read_names_from_file(FILE *file, char ***names, uint32_t *count) noexcept {
     if (file == nullptr || names == nullptr || count == nullptr) return -1;
-    if (add_disks_of_file(file, names, count) == 0) return 0;
+    if (add_disks_of_file(file, true, names, count, nullptr) == 0) return 0;
     release_names(names, count);
     return -1;
+}
+
+int torvane::add_disks_of_text(char *text, size_t length, bool complete, char ***names, uint32_t *count,
+                               OpenDisks &disks) noexcept {
+    if (length == 0) return complete ? 0 : fail_at_line(1);
+    const File lines(fmemopen(text, length, "r"));
+    if (lines && add_disks_of_file(lines.get(), complete, names, count, &disks) == 0) return 0;
+    release_names(names, count);
+    return lines ? -1 : fail_at_line(1);
 }
 
 int is_drive(const char *path) noexcept {

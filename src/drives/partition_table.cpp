@@ -1,5 +1,7 @@
 #include "drives/partition_table.h"
 
+#include "drives/names.h"
+#include "foundation/errors.h"
 #include "foundation/text.h"
 
 #include <algorithm>
@@ -26,25 +28,35 @@ bool row_before(const PartitionRow *a, const PartitionRow *b) noexcept {
 
 } // namespace
 
+// A text that is not complete ends with its last whole line.
+void PartitionTable::read(FILE *file) noexcept {
+    (void)std::setvbuf(file, nullptr, _IONBF, 0); // each read goes straight into the text
+    length_ = 0;
+    complete_ = false;
+    for (uint32_t size = kFirstSize; size <= kLargestSize && enlarge(text_, size); size *= 2) {
+        length_ += static_cast<uint32_t>(std::fread(text_.get() + length_, 1, size - 1 - length_, file));
+        if (length_ == size - 1) continue;
+        complete_ = std::ferror(file) == 0;
+        break;
+    }
+    while (!complete_ && length_ > 0 && text_.get()[length_ - 1] != '\n') --length_;
+    if (text_) text_.get()[length_] = '\0';
+}
+
 bool PartitionTable::load() noexcept {
     const File file(std::fopen(kProcPartitions, "r"));
     if (!file) return false;
-    (void)std::setvbuf(file.get(), nullptr, _IONBF, 0); // each read goes straight into the text
-    uint32_t size = kFirstSize;
-    if (!enlarge(text_, size)) return false;
-    for (;;) {
-        length_ += static_cast<uint32_t>(std::fread(text_.get() + length_, 1, size - 1 - length_, file.get()));
-        if (length_ < size - 1) break;
-        size *= 2;
-        if (size > kLargestSize || !enlarge(text_, size)) return false;
-    }
-    text_.get()[length_] = '\0';
-    return std::ferror(file.get()) == 0 && length_ > 0 && std::strlen(text_.get()) == length_;
+    read(file.get());
+    return complete_;
 }
 
-int PartitionTable::read_names(char ***names, uint32_t *count) noexcept {
-    const File stream(fmemopen(text_.get(), length_, "r"));
-    return stream ? read_names_from_file(stream.get(), names, count) : read_drive_names_on_system(names, count);
+int PartitionTable::read_names(char ***names, uint32_t *count, OpenDisks &disks) noexcept {
+    File file(std::fopen(kProcPartitions, "r"));
+    if (!file) return fail(kDriveList, "failed to open /proc/partitions");
+    read(file.get());
+    if (add_disks_of_text(text_.get(), length_, complete_, names, count, disks) != 0) return -1;
+    if (std::fclose(file.release()) == 0) return 0;
+    return fail(kDriveList, "failed to close /proc/partitions");
 }
 
 // Rows that have no name are skipped, as everywhere.
@@ -64,6 +76,9 @@ bool PartitionTable::add_row(char *line) noexcept {
 }
 
 bool PartitionTable::index() noexcept {
+    if (!complete_ || std::strlen(text_.get()) != length_) return false;
+    complete_ = false;
+    count_ = 0;
     char *rest = nullptr;
     for (char *line = strtok_r(text_.get(), "\n", &rest); line != nullptr; line = strtok_r(nullptr, "\n", &rest)) {
         if (!add_row(line)) return false;

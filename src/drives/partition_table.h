@@ -8,25 +8,30 @@
 
 namespace torvane {
 
+class OpenDisks;
+
 class PartitionTable {
   public:
-    // Reads the whole file. False when it cannot be read, or holds what only a line reader can judge.
+    // read_drive_names_on_system(), which leaves the text of the file here and what it learnt of the disks there.
+    int read_names(char ***names, uint32_t *count, OpenDisks &disks) noexcept;
+
+    // The file as it is now, in place of what was read before. False when it cannot be read to its end.
     bool load() noexcept;
 
-    // The whole disks among the rows, as read_drive_names_on_system() finds them.
-    int read_names(char ***names, uint32_t *count) noexcept;
-
-    // Prepares the look-ups; read_names() is no longer possible. False without memory.
+    // Prepares the look-ups, after which there is no text. False when there is none, or one that only a line
+    // reader can judge, or no memory.
     bool index() noexcept;
 
     // What parse_partition() makes of the file for this kernel name.
     int partitions_of(const char *name, PartitionList &partitions) const noexcept;
 
   private:
+    void read(FILE *file) noexcept;
     bool add_row(char *line) noexcept;
 
     CString text_;
     uint32_t length_ = 0;
+    bool complete_ = false; // the text reaches to the end of the file
     Block<PartitionRow> rows_;
     Block<const PartitionRow *> by_name_;
     uint32_t count_ = 0;

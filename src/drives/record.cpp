@@ -17,30 +17,31 @@ void set_unknown(DriveRecord &drive) noexcept {
     drive.manufacturer_defects = drive.grown_defects = -1;
 }
 
-// The readers share one descriptor: each opening of a disk costs a read of its first block. A reader's
-// failure is its record's, never the caller's.
-void read_drive(DriveRecord &drive, DriveOptions options, const PartitionTable *table) noexcept {
-    constexpr DriveOptions kReaders =
-        DRIVE_OPTION_IDENTITY | DRIVE_OPTION_GEOMETRY | DRIVE_OPTION_DEFECTS | DRIVE_OPTION_STATE;
+// The readers share one descriptor: when the last one of a disk is closed the kernel drops what it has read of
+// the medium, and has to read it again. A reader's failure is its record's, never the caller's.
+void read_drive(DriveRecord &drive, DriveOptions options, const PartitionTable *table, KnownDrive known) noexcept {
     if ((options & kReaders) == 0) return;
     const char *path = drive.name;
-    const Descriptor device(open(path, O_RDONLY | O_NONBLOCK));
+    Descriptor device = std::move(known.device);
+    if (!device) device = Descriptor(open(path, O_RDONLY | O_NONBLOCK));
     const int fd = device.get();
     const auto wants = [options](DriveOptions option) noexcept { return (options & option) != 0; };
     const auto code = [](int result) noexcept { return static_cast<uint32_t>(result); };
     if (wants(DRIVE_OPTION_IDENTITY)) drive.specification_result = code(read_drive_specification(fd, path, drive));
-    if (wants(DRIVE_OPTION_GEOMETRY)) drive.geometry_result = code(read_drive_geometry(fd, path, drive, table));
+    if (wants(DRIVE_OPTION_GEOMETRY))
+        drive.geometry_result = code(read_drive_geometry(fd, path, drive, {table, known.starts_at_zero}));
     if (wants(DRIVE_OPTION_DEFECTS)) drive.defects_result = code(read_drive_defects(fd, path, drive));
     if (wants(DRIVE_OPTION_STATE)) drive.state_result = code(read_drive_state(fd, path, drive));
 }
 
 } // namespace
 
-int create_drive_with(DriveList *list, const char *name, DriveOptions options, const PartitionTable *table) noexcept {
+int create_drive_with(DriveList *list, const char *name, DriveOptions options, const PartitionTable *table,
+                      KnownDrive known) noexcept {
     if (list == nullptr) return -1;
     Drive drive(init_drive(name));
     if (!drive) return -1;
-    read_drive(*drive, options, table);
+    read_drive(*drive, options, table, std::move(known));
     if (add_drive_to_list(list, drive.get()) == -1) return -1;
     (void)drive.release();
     return 0;
@@ -61,7 +62,7 @@ DriveRecord *init_drive(const char *name) noexcept {
 }
 
 int create_drive(DriveList *list, const char *name, DriveOptions options) noexcept {
-    return create_drive_with(list, name, options, nullptr);
+    return create_drive_with(list, name, options, nullptr, {});
 }
 
 int create_removable_drive(DriveRecord **drive, const MediaRecord *device) noexcept {

@@ -33,10 +33,38 @@ constexpr size_t kValueSize = 168; // the longest attribute text and its termina
 constexpr size_t kPathSize = 150;
 constexpr size_t kLongPathSize = 4096;
 
-File open_attribute(const char *path) noexcept {
-    File file(std::fopen(path, "r"));
-    if (!file) fail(kSysfs, "failed to open '%s'", path);
-    return file;
+// An attribute's stream, with a buffer that spares asking the kernel for the right size of one.
+class Attribute {
+  public:
+    explicit Attribute(const char *path) noexcept : file_(std::fopen(path, "r")) {
+        if (file_) {
+            (void)std::setvbuf(file_.get(), buffer_, _IOFBF, sizeof buffer_);
+        } else {
+            fail(kSysfs, "failed to open '%s'", path);
+        }
+    }
+    FILE *get() const noexcept { return file_.get(); }
+    explicit operator bool() const noexcept { return file_ != nullptr; }
+
+  private:
+    char buffer_[512];
+    File file_; // closed before its buffer goes
+};
+
+// "%[^\n]" without asking for what comes after the line: an attribute's end costs another read.
+bool scan_line(FILE *file, char (&text)[kValueSize]) noexcept {
+    if (std::fgets(text, sizeof text, file) == nullptr || text[0] == '\n') return false;
+    text[std::strcspn(text, "\n")] = '\0';
+    return true;
+}
+
+// The caller's format has no bound of its own, so no more is scanned than the text has room for.
+bool scan_bounded(FILE *file, const char *format, char (&text)[kValueSize]) noexcept {
+    char bytes[kValueSize - 1];
+    const size_t length = std::fread(bytes, 1, sizeof bytes, file);
+    if (length == 0) return false;
+    const File bounded(fmemopen(bytes, length, "r"));
+    return bounded && std::fscanf(bounded.get(), format, text) >= 1;
 }
 
 bool is_generic(const char *name, int generic) noexcept { return generic != 0 || begins_with(name, "sg"); }
@@ -88,22 +116,19 @@ bool format_value_path(char (&path)[kLongPathSize], const char *name, const char
 
 int read_value_from_sys_file(const char *path, const char *format, void *place) noexcept {
     if (path == nullptr || format == nullptr || place == nullptr) return -1;
-    const File file = open_attribute(path);
+    const Attribute file(path);
     if (!file) return -1;
     return std::fscanf(file.get(), format, place) < 1 ? -1 : 0;
 }
 
 int allocate_value_from_sys_file(const char *path, const char *format, char **value) noexcept {
     if (path == nullptr || format == nullptr || value == nullptr) return -1;
-    const File file = open_attribute(path);
+    const Attribute file(path);
     if (!file) return -1;
-    // The caller's format has no bound of its own, so no more is scanned than the text has room for.
-    char bytes[kValueSize - 1];
-    const size_t length = std::fread(bytes, 1, sizeof bytes, file.get());
-    if (length == 0) return -1;
-    const File bounded(fmemopen(bytes, length, "r"));
     char text[kValueSize] = "";
-    if (!bounded || std::fscanf(bounded.get(), format, text) < 1) return -1;
+    const bool scanned =
+        equal(format, kWholeLine) ? scan_line(file.get(), text) : scan_bounded(file.get(), format, text);
+    if (!scanned) return -1;
     char *copy = duplicate_str(text);
     if (copy == nullptr) return -1;
     *value = copy;

@@ -3,6 +3,7 @@
 #include "torvane.h"
 
 #include <string>
+#include <sys/resource.h>
 #include <vector>
 
 using namespace torvane::world;
@@ -97,9 +98,21 @@ TEST_F(Discovery, ARecordHoldsWhatItsReadersFound) {
     EXPECT_EQ(drive.manufacturer_defects, 2);
     EXPECT_EQ(drive.specification_result + drive.geometry_result, 0U);
     EXPECT_EQ(drive.defects_result, static_cast<uint32_t>(-2));
-    const std::vector<std::string> identity(answers().log.end() - 11, answers().log.end() - 8);
-    EXPECT_EQ(identity.front(), "sda SG_IO 12 01 00 00 04 00") << "identity before geometry";
-    EXPECT_EQ(answers().log[answers().log.size() - 8], "sda BLKSSZGET");
+    const std::vector<std::string> commands = {
+        "sda HDIO_GETGEO_BIG",
+        "sda HDIO_GETGEO",
+        "sda1 HDIO_GETGEO_BIG",
+        "sda1 HDIO_GETGEO",
+        "sda SG_IO 12 01 00 00 04 00",
+        "sda SG_IO 12 01 80 00 04 00",
+        "sda SG_IO 12 01 80 00 0a 00",
+        "sda BLKSSZGET",
+        "sda BLKGETSIZE64",
+        "sda SG_IO 12 01 b1 00 fc 00",
+    };
+    ASSERT_GT(answers().log.size(), commands.size());
+    EXPECT_EQ(std::vector<std::string>(answers().log.begin(), answers().log.begin() + 10), commands)
+        << "whole disks first, then identity, geometry and defects; nothing twice";
     EXPECT_EQ(answers().log.back(), "sda SG_IO 37 00 0c 00 00 00 00 00 04 00");
     release_drives(&list);
 
@@ -181,6 +194,82 @@ TEST_F(Discovery, TablesThatCannotBeRead) {
     world.directory("/proc/partitions");
     EXPECT_EQ(drives(1), "-1:");
     EXPECT_EQ(error(), "failed to read line 1");
+}
+
+// A stream of /proc/partitions that ends in a failed read or a failed close.
+struct BadTable {
+    std::string rows;
+    int end;
+    int close;
+
+    static ssize_t read(void *cookie, char *place, size_t size) {
+        auto &table = *static_cast<BadTable *>(cookie);
+        if (table.rows.empty()) return table.end;
+        const size_t count = table.rows.copy(place, size);
+        table.rows.erase(0, count);
+        return static_cast<ssize_t>(count);
+    }
+    static int finish(void *cookie) { return static_cast<BadTable *>(cookie)->close; }
+};
+
+TEST_F(Discovery, StreamsThatFail) {
+    struct {
+        BadTable table;
+        std::string words;
+    } cases[] = {
+        {{"header\n\n8 0 1 sda\n", 0, -1}, "failed to close /proc/partitions"},
+        {{"header\n\n8 0 1 sda\n8 1", -1, 0}, "failed to read line 4"},
+        {{"header\n\n8 0 1 sda\n", -1, -1}, "failed to read line 4"},
+        {{"", -1, 0}, "failed to read line 1"},
+        {{"header\n\nno row\n", -1, -1}, "failed to parse line 'no row\n'"},
+    };
+    world.disk({.name = "sda"});
+    for (auto &c : cases) {
+        int opened = 0;
+        answers().fopen = [&](const char *path, const char *mode) -> std::optional<FILE *> {
+            if (std::string(path) != "/proc/partitions") return std::nullopt;
+            ++opened;
+            return fopencookie(&c.table, mode, {BadTable::read, nullptr, nullptr, BadTable::finish});
+        };
+        EXPECT_EQ(drives(1 | 2), "-1:");
+        EXPECT_EQ(error(), c.words);
+        EXPECT_EQ(opened, 1) << "no second reading";
+    }
+}
+
+TEST_F(Discovery, SizesAndPartitionsAreOfOneMoment) {
+    world.disk({.name = "sda", .partitions = {{.size = 1 << 20}}});
+    world.disk({.name = "sdb", .minor = 16, .address = "1:0:0:0"});
+    answers().system = [&](const char *) {
+        table("8 0 9 sda\n8 1 5 sda1\n8 2 3 sda2\n8 16 9 sdb\n"); // repartitioned while the tools are looked for
+        return 1 << 8;
+    };
+    DriveList list = {};
+    ASSERT_EQ(get_drives(&list, 1 | 2 | 64, nullptr, 0), 0);
+    ASSERT_EQ(list.count, 2U);
+    EXPECT_EQ(list.drives[0]->partitions.count, 2U);
+    release_drives(&list);
+}
+
+// Limits on descriptors decide only how often a disk is opened.
+TEST_F(Discovery, MoreDisksThanDescriptors) {
+    for (unsigned i = 0; i < 40; ++i) {
+        const std::string name = {'s', 'd', static_cast<char>('a' + i / 26), static_cast<char>('a' + i % 26)};
+        world.disk({.name = name, .minor = i * 16, .serial = name, .address = std::to_string(i) + ":0:0:0"});
+    }
+    rlimit before = {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit few = {.rlim_cur = 30, .rlim_max = before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+    DriveList list = {};
+    EXPECT_EQ(get_drives(&list, 1 | 2 | 4, nullptr, 0), 0);
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+    ASSERT_EQ(list.count, 40U);
+    for (uint32_t i = 0; i < list.count; ++i) {
+        EXPECT_STREQ(list.drives[i]->serial, list.drives[i]->name + 5);
+        EXPECT_EQ(list.drives[i]->geometry_result, static_cast<uint32_t>(-8)) << "no rotation rate";
+    }
+    release_drives(&list);
 }
 
 TEST_F(Discovery, FailuresInTheirPlacesLeaveNothing) {

@@ -143,6 +143,11 @@ TEST_F(Geometry, WithoutABlockSizeTheGenericNodeIsAskedForItsWordsOnly) {
     EXPECT_EQ(error(), "failed to open '/dev/sg0'");
     EXPECT_EQ(geometry("/dev/none"), "1: 0 x 0, 0, -1");
     EXPECT_EQ(error(), "failed to read generic name for '/dev/none'");
+    DriveRecord *drive = init_drive("/dev/none");
+    ASSERT_EQ(add_partition("sda1", 1, &drive->partitions, &drive->partitions.entries), 0);
+    EXPECT_EQ(get_drive_geometry("/dev/none", drive), 1);
+    EXPECT_EQ(partitions(drive->partitions), " /dev/sda1#1=1024") << "untouched by a failed open";
+    release_drive(drive);
 
     EXPECT_EQ(device_geometry(-1, "/dev/sda"), "-32: 2097152 x 0, 0, 7200 1048576");
     world.link("/sys/class/scsi_generic/sg7/device/block", "../../../block/sdb");
