@@ -6,15 +6,15 @@
 namespace inventory {
 namespace {
 
-// 'd' stands for one or more decimal digits, 'x' for hexadecimal ones, '*' for whatever follows; all else for itself.
+// '#' stands for one or more decimal digits, '%' for hexadecimal ones, '*' for whatever follows; all else for itself.
 bool fits(std::string_view text, std::string_view pattern) {
     const auto is_of = [](char kind, char c) {
         const auto value = static_cast<unsigned char>(c);
-        return kind == 'd' ? std::isdigit(value) != 0 : std::isxdigit(value) != 0;
+        return kind == '#' ? std::isdigit(value) != 0 : std::isxdigit(value) != 0;
     };
     for (const char wanted : pattern) {
         if (wanted == '*') return true;
-        if (wanted != 'd' && wanted != 'x') {
+        if (wanted != '#' && wanted != '%') {
             if (text.empty() || text.front() != wanted) return false;
             text.remove_prefix(1);
             continue;
@@ -31,18 +31,18 @@ struct PartRule {
     std::string Place::*part;
 };
 
-// No pattern may end in a number of which another one begins: the first that fits decides.
+// The first that fits decides.
 constexpr PartRule kRules[] = {
-    {"x:x:x.x", &Place::pci},          {"atad", &Place::ata_port},           {"hostd", &Place::scsi_host},
-    {"d:d:d:d", &Place::scsi_address}, {"end_device-*", &Place::sas_device}, {"rport-*", &Place::remote_port},
-    {"sessiond", &Place::session},     {"mmcd", &Place::mmc_host},
+    {"%:%:%.%", &Place::pci},          {"ata#", &Place::ata_port},           {"host#", &Place::scsi_host},
+    {"#:#:#:#", &Place::scsi_address}, {"end_device-*", &Place::sas_device}, {"rport-*", &Place::remote_port},
+    {"session#", &Place::session},     {"mmc#", &Place::mmc_host},
 };
 
 // "1-2:1.0", "3-1.4.2:1.1"
 bool is_usb_interface(std::string_view part) {
     const std::size_t colon = part.find(':');
-    if (colon == std::string_view::npos || !fits(part.substr(colon), ":d.d")) return false;
-    return fits(part.substr(0, colon), "d-d*");
+    if (colon == std::string_view::npos || !fits(part.substr(colon), ":#.#")) return false;
+    return fits(part.substr(0, colon), "#-#*");
 }
 
 void take_part(Place &place, std::string_view part) {

@@ -1,0 +1,39 @@
+// A machine made of files: trees of our own over /sys, /proc and /run, in a private mount namespace.
+#ifndef TORVANE_TESTS_INVENTORY_TREE_H
+#define TORVANE_TESTS_INVENTORY_TREE_H
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace inventory::tests {
+
+// Lays a description out while it lives. Its lines, PATH may hold blanks in neither:
+//   PATH = TEXT            a file; \n, \xNN and \\ in TEXT are what they are in C
+//   PATH -> TARGET         a symbolic link
+//   PATH + TEXT            a line more for a file
+//   block PATH M:N SECTORS a block device: its folder in /sys with dev, size and uevent, its links and its list entry
+//   pages PATH KEY=TEXT... VPD pages below a SCSI device's folder: 80=SERIAL, naa=DIGITS, rotation=CODE, ata=MODEL,
+//                          ata-serial=, ata-firmware=; an underscore stands for a blank
+// "@NAME" anywhere in a line is replaced by what "set NAME TEXT" set before.
+class Tree {
+  public:
+    // Throws with the reason when no private mount namespace can be had here, or a line cannot be read.
+    explicit Tree(const std::string &description);
+    ~Tree();
+    Tree(const Tree &) = delete;
+    Tree &operator=(const Tree &) = delete;
+
+  private:
+    void lay_out(std::string line);
+    void block(const std::string &path, const std::string &numbers, const std::string &sectors) const;
+
+    std::vector<std::string> mounts_;
+    std::map<std::string, std::string> names_;
+};
+
+std::string content_of(const std::string &path);
+
+} // namespace inventory::tests
+
+#endif
