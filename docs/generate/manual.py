@@ -279,7 +279,6 @@ class Writer:
         if export.is_function:
             page.heading("RETURN VALUES")
             page.text(note.result or self.default_result(export))
-            self.errors(page, export)
             page.heading("OWNERSHIP")
             page.text(" ".join(self.ownership(export)))
             units = self.units(export)
@@ -287,6 +286,7 @@ class Writer:
                 page.heading("UNITS")
                 page.listing((f"Va {path}", comment) for path, comment in units)
             self.example(page, export)
+            self.errors(page, export)
         self.related(page, export)
         return page
 

@@ -37,9 +37,9 @@ class Text(ctypes.c_char_p):
 class String(ctypes.c_char_p):
     """A place for a heap string that a function hands out, freed at the end of the `with`:
 
-    with torvane.String() as serial:
-        if torvane.get_drive_serial_number(-1, "/dev/sda", serial) == 0:
-            print(serial)
+    with torvane.String() as generic:
+        if torvane.get_sg_name("/dev/sda", generic) == 0:
+            print(generic)
     """
 
     def __enter__(self):
