@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cctype>
 #include <charconv>
 #include <cmath>
+#include <cstdio>
 
 namespace inventory::raid {
 namespace {
@@ -157,6 +159,29 @@ std::optional<std::uint64_t> bytes_of(std::string_view text, std::uint64_t thous
     const bool has_unit = unit_size(unit, thousand) != 0;
     if (!has_unit || bytes >= 9.2e18) return std::nullopt;
     return static_cast<std::uint64_t>(std::llround(bytes));
+}
+
+std::optional<std::uint64_t> sectors_in(std::string_view text) {
+    const std::size_t begin = text.find('[');
+    if (begin == std::string_view::npos) return std::nullopt;
+    const std::string_view inside = text.substr(begin + 1);
+    const std::optional<std::uint64_t> count = whole_number(inside.substr(0, inside.find_first_of(" ]")), 16);
+    return count && *count > 0 && *count < (std::uint64_t{1} << 51) ? count : std::nullopt;
+}
+
+std::uint64_t bytes_of_sectors(std::uint64_t count, std::optional<std::uint64_t> sector, std::string_view printed) {
+    const bool plausible = sector && std::has_single_bit(*sector) && *sector >= 512 && *sector <= 4096;
+    const std::uint64_t assumed = plausible ? *sector : 512;
+    const std::optional<std::uint64_t> size = bytes_of(printed);
+    if (!size || *size == 0) return count * assumed;
+    const auto distance = [&](std::uint64_t candidate) {
+        return std::abs(std::log(static_cast<double>(count * candidate) / static_cast<double>(*size)));
+    };
+    std::uint64_t best = assumed;
+    for (const std::uint64_t candidate : {std::uint64_t{512}, std::uint64_t{4096}}) {
+        if (distance(candidate) < distance(best)) best = candidate;
+    }
+    return count * best;
 }
 
 std::string world_wide_name(std::string_view text) {

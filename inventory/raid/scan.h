@@ -58,6 +58,13 @@ std::optional<std::int64_t> leading_integer(std::string_view text); // "-5 C", "
 // 1000); "iB" is always 1024. Rounded as the text is.
 std::optional<std::uint64_t> bytes_of(std::string_view text, std::uint64_t thousand = 1024);
 
+// "894.252 GB [0x6fc81ab0 Sectors]": the count, nothing when it is 0 or not there.
+std::optional<std::uint64_t> sectors_in(std::string_view text);
+
+// A count of sectors in bytes. The sector size is the told one, or of that, 512 and 4096 the one that comes nearest to
+// the printed size: firmware tells 0 or the wrong one.
+std::uint64_t bytes_of_sectors(std::uint64_t count, std::optional<std::uint64_t> sector, std::string_view printed);
+
 // "50014EE000000001", "0x5000...", "naa.6...": lower-case hex digits alone; "" when it is something else.
 std::string world_wide_name(std::string_view text);
 

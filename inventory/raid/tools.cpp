@@ -34,11 +34,16 @@ std::string real_path(const std::string &path) {
     return fault ? path : real.string();
 }
 
-constexpr std::span<const Tool *const> kNoTools;
+const Tool *const kTools[] = {
+    &kStorcli2,
+    &kPerccli2,
+    &kStorcli,
+    &kPerccli,
+};
 
 } // namespace
 
-std::span<const Tool *const> all_tools() { return kNoTools; }
+std::span<const Tool *const> all_tools() { return kTools; }
 
 std::vector<std::string> binaries_of(const Tool &tool) {
     std::vector<std::string> folders = folders_on_path();
