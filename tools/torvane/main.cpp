@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -132,6 +133,8 @@ int flushed(int status) {
 } // namespace tool
 
 int main(int argc, char **argv) {
+    // Who ignores it and starts the tool would have the kernel reap its workers, and their ends be unknown.
+    std::signal(SIGCHLD, SIG_DFL);
     try {
         return tool::flushed(tool::parse_and_run(argc, argv));
     } catch (const std::exception &error) {
