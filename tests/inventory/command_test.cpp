@@ -80,12 +80,9 @@ TEST_P(Unruly, EndsInTimeWithAllThatCameOfIt) {
     const Clock::time_point begin = Clock::now();
     const CommandResult result = shell(GetParam().script, milliseconds(1000));
     EXPECT_LT(Clock::now() - begin, milliseconds(6000));
-    EXPECT_EQ(result.trouble, GetParam().trouble);
-                      "98765"),
-              0U);
-                      EXPECT_EQ(running("98765"), 0U);
-                      EXPECT_LE(result.output.size(), CommandLimits().output);
-                      EXPECT_EQ(scratch_folders(), before);
+    EXPECT_EQ(running("98765"), 0U);
+    EXPECT_LE(result.output.size(), CommandLimits().output);
+    EXPECT_EQ(scratch_folders(), before);
 }
 
 INSTANTIATE_TEST_SUITE_P(
