@@ -39,6 +39,7 @@ const Tool *const kTools[] = {
     &kPerccli2,
     &kStorcli,
     &kPerccli,
+    &kMegacli,
 };
 
 } // namespace
