@@ -22,13 +22,19 @@ bool NameSet::reserve(uint32_t count) noexcept {
     return slots_ != nullptr;
 }
 
-bool NameSet::add(const char *name) noexcept {
+size_t NameSet::slot_of(const char *name) const noexcept {
     size_t slot = hash(name) & mask_;
-    for (; slots_.get()[slot] != nullptr; slot = (slot + 1) & mask_) {
-        if (equal(slots_.get()[slot], name)) return false;
-    }
-    slots_.get()[slot] = name;
+    while (slots_.get()[slot] != nullptr && !equal(slots_.get()[slot], name)) slot = (slot + 1) & mask_;
+    return slot;
+}
+
+bool NameSet::add(const char *name) noexcept {
+    const char *&place = slots_.get()[slot_of(name)];
+    if (place != nullptr) return false;
+    place = name;
     return true;
 }
+
+const char *NameSet::find(const char *name) const noexcept { return slots_.get()[slot_of(name)]; }
 
 } // namespace torvane

@@ -15,8 +15,12 @@ class NameSet {
     bool reserve(uint32_t count) noexcept;
     // False when an equal name is there already.
     bool add(const char *name) noexcept;
+    // The equal name that was added; null when none was.
+    const char *find(const char *name) const noexcept;
 
   private:
+    size_t slot_of(const char *name) const noexcept;
+
     Block<const char *> slots_;
     size_t mask_ = 0;
 };

@@ -21,11 +21,6 @@ bool enlarge(CString &text, uint32_t size) noexcept {
     return true;
 }
 
-bool row_before(const PartitionRow *a, const PartitionRow *b) noexcept {
-    const int order = std::strcmp(a->name, b->name);
-    return order != 0 ? order < 0 : a < b;
-}
-
 } // namespace
 
 // A text that is not complete ends with its last whole line.
@@ -83,24 +78,22 @@ bool PartitionTable::index() noexcept {
     for (char *line = strtok_r(text_.get(), "\n", &rest); line != nullptr; line = strtok_r(nullptr, "\n", &rest)) {
         if (!add_row(line)) return false;
     }
-    by_name_.reset(static_cast<const PartitionRow **>(std::calloc(size_t{count_} + 1, sizeof(PartitionRow *))));
-    if (!by_name_) return false;
-    for (uint32_t i = 0; i < count_; ++i) by_name_.get()[i] = rows_.get() + i;
-    std::sort(by_name_.get(), by_name_.get() + count_, row_before);
+    if (!names_.reserve(count_)) return false;
+    for (uint32_t i = 0; i < count_; ++i) (void)names_.add(rows_.get()[i].name);
     return true;
 }
 
 int PartitionTable::partitions_of(const char *name, PartitionList &partitions) const noexcept {
     PartitionScan scan(name, partitions);
-    const PartitionRow *const *end = by_name_.get() + count_;
-    const PartitionRow *const *first = std::lower_bound(
-        static_cast<const PartitionRow *const *>(by_name_.get()), end, name,
-        [](const PartitionRow *row, const char *wanted) noexcept { return std::strcmp(row->name, wanted) < 0; });
-    if (first == end || !equal((*first)->name, name)) return -1;
+    const char *first = names_.find(name);
+    if (first == nullptr) return -1;
+    // The rows' names stand one behind the other in the text.
+    const PartitionRow *end = rows_.get() + count_;
+    const PartitionRow *row =
+        std::lower_bound(static_cast<const PartitionRow *>(rows_.get()), end, first,
+                         [](const PartitionRow &before, const char *wanted) noexcept { return before.name < wanted; });
     auto step = PartitionScan::Step::kMore;
-    for (const PartitionRow *row = *first; row < rows_.get() + count_ && step == PartitionScan::Step::kMore; ++row) {
-        step = scan.take(*row);
-    }
+    for (; row < end && step == PartitionScan::Step::kMore; ++row) step = scan.take(*row);
     if (step == PartitionScan::Step::kFailed) {
         release_partitions(partitions);
         return -1;

@@ -3,6 +3,7 @@
 #ifndef TORVANE_DRIVES_PARTITION_TABLE_H
 #define TORVANE_DRIVES_PARTITION_TABLE_H
 
+#include "drives/name_set.h"
 #include "drives/partition_scan.h"
 #include "foundation/owners.h"
 
@@ -33,7 +34,7 @@ class PartitionTable {
     uint32_t length_ = 0;
     bool complete_ = false; // the text reaches to the end of the file
     Block<PartitionRow> rows_;
-    Block<const PartitionRow *> by_name_;
+    NameSet names_;
     uint32_t count_ = 0;
 };
 

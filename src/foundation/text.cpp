@@ -22,11 +22,17 @@ char *format_exactly(size_t size, const char *format, va_list arguments) noexcep
 CString make_text(const char *format, ...) noexcept {
     va_list arguments;
     va_start(arguments, format);
-    va_list measured;
-    va_copy(measured, arguments);
-    const int length = std::vsnprintf(nullptr, 0, format, measured);
-    va_end(measured);
-    CString text(length < 0 ? nullptr : format_exactly(static_cast<size_t>(length) + 1, format, arguments));
+    va_list again;
+    va_copy(again, arguments);
+    char shorter[256]; // as nearly all texts are: formatted once, then copied
+    const int length = std::vsnprintf(shorter, sizeof shorter, format, arguments);
+    CString text;
+    if (length >= 0 && static_cast<size_t>(length) < sizeof shorter) {
+        text.reset(strdup(shorter));
+    } else if (length >= 0) {
+        text.reset(format_exactly(static_cast<size_t>(length) + 1, format, again));
+    }
+    va_end(again);
     va_end(arguments);
     return text;
 }

@@ -3,7 +3,9 @@
 #include "foundation/errors.h"
 #include "foundation/text.h"
 
+#include <algorithm>
 #include <array>
+#include <climits>
 #include <scsi/scsi.h>
 #include <scsi/sg.h>
 
@@ -16,10 +18,12 @@ constexpr unsigned char kUnitSerialNumber = 0x80;
 constexpr unsigned kHeaderSize = 4;
 constexpr unsigned kReplySize = 16384; // what the first two commands offer, although they ask for a header only
 
+constexpr unsigned kLongestPage = kHeaderSize + UCHAR_MAX; // and no byte behind it is looked at
+
 using Reply = std::array<unsigned char, kReplySize>;
 
 bool inquire(int fd, unsigned char page, unsigned allocation, unsigned data_length, Reply &reply) noexcept {
-    reply.fill(0);
+    std::fill_n(reply.begin(), kLongestPage + 1, static_cast<unsigned char>(0));
     ScsiCommand command{};
     setup_scsi_cmd(&command, INQUIRY, kVitalProductData, page, 0, static_cast<unsigned char>(allocation), 0, 6,
                    SG_DXFER_FROM_DEV, data_length, reply.data());
