@@ -139,8 +139,6 @@ int get_device_start(int fd, const char *path, uint64_t *start) noexcept {
 int get_device_rotation(int fd, const char *path, int32_t *rotation) noexcept {
     if (rotation == nullptr) return kNoRotation;
     *rotation = -1;
-    const int active = validate_fd(fd, path);
-    const bool done = read_rotation(active, *rotation);
-    close_active_fd(fd, active);
-    return done ? 0 : kNoRotation;
+    const ActiveDescriptor device(fd, path, kGeometry);
+    return read_rotation(device.get(), *rotation) ? 0 : kNoRotation;
 }

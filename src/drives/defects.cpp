@@ -67,7 +67,8 @@ class DefectList {
     bool read_10(unsigned char *data, uint32_t size) const noexcept;
     bool read_12(unsigned char *data, uint32_t size) const noexcept;
     void read_long_length() noexcept;
-    bool read_format_12() noexcept;
+    Buffer make_room() noexcept;
+    bool read_format_12(unsigned char *data) noexcept;
     bool has_flag(const unsigned char *header) const noexcept { return (header[1] & kFlagMask) == kind_.flag; }
     unsigned char selection() const noexcept { return kind_.flag | kBytesFromIndexFormat; }
 
@@ -120,32 +121,41 @@ bool DefectList::read_length() noexcept {
     return true;
 }
 
+// Room for the whole of a long list or, without memory for it, for as much as a list is then taken to be long.
+Buffer DefectList::make_room() noexcept {
+    const auto allocated = [this]() noexcept {
+        return Buffer(static_cast<unsigned char *>(std::calloc(size_t{length_} + kHeader12, 1)));
+    };
+    if (length_ + kHeader12 <= kFixedSize || length_ > kLongestAllocation12 - kHeader12) return nullptr;
+    Buffer list = allocated();
+    if (list || length_ <= kFallbackList) return list;
+    length_ = kFallbackList;
+    return allocated();
+}
+
 // The 12-byte command, for a list that only it can hold. False where there is none, and where it fails.
-bool DefectList::read_format_12() noexcept {
-    if (!is_length_known_ || length_ <= kLongList) return false;
-    const auto fits = [](uint32_t length) noexcept { return length <= kLongestAllocation12 - kHeader12; };
-    uint32_t length = length_;
-    Buffer list(fits(length) ? static_cast<unsigned char *>(std::calloc(length + kHeader12, 1)) : nullptr);
-    if (!list && fits(length) && length > kFallbackList) {
-        length = kFallbackList;
-        list.reset(static_cast<unsigned char *>(std::calloc(length + kHeader12, 1)));
-    }
-    if (!list || !read_12(list.get(), length + kHeader12)) return false;
-    length_ = number32(list.get() + 4);
-    format_ = list.get()[1];
+bool DefectList::read_format_12(unsigned char *data) noexcept {
+    if (data == nullptr || !is_length_known_ || length_ <= kLongList) return false;
+    if (!read_12(data, length_ + kHeader12)) return false;
+    length_ = number32(data + 4);
+    format_ = data[1];
     return true;
 }
 
 bool DefectList::read_format() noexcept {
-    if (read_format_12()) return true;
+    Buffer list = make_room();
+    if (read_format_12(list.get())) return true;
     const uint32_t capped = std::min(length_, kLongestList10);
     // Without a 32-bit length there is no telling how much the capped list leaves out.
     if (!is_length_known_) length_ = capped;
     unsigned char header[kHeader12] = {};
     uint32_t size = capped + kHeader10;
-    Buffer list(size > sizeof header ? static_cast<unsigned char *>(std::calloc(size, 1)) : nullptr);
-    // The format stands in the header, so two words will do where there is no memory for the list.
-    if (!list) size = std::min<uint32_t>(size, sizeof header);
+    if (!list && size > sizeof header) list.reset(static_cast<unsigned char *>(std::calloc(size, 1)));
+    if (!list && size > sizeof header) {
+        // The list then counts as one of four bytes.
+        length_ = sizeof header - kHeader10;
+        size = sizeof header;
+    }
     unsigned char *data = list ? list.get() : header;
     if (!read_10(data, size)) {
         fail(kDefects, "failed to read %s defect count", kind_.label);
@@ -203,10 +213,8 @@ int get_drive_defects(const char *path, DriveRecord *drive) noexcept {
 
 int get_device_defects(int fd, const char *path, DefectCounts *defects) noexcept {
     if (defects == nullptr) return kNoPrimaryList + kNoGrownList;
-    const int active = validate_fd(fd, path);
-    const int result = count_both(active, *defects);
-    close_active_fd(fd, active);
-    return result;
+    const ActiveDescriptor device(fd, path, kDefects);
+    return count_both(device.get(), *defects);
 }
 
 int print_defects(const DefectCounts *defects) noexcept {

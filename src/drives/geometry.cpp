@@ -56,7 +56,8 @@ void retry_on_generic_node(const char *path, const DriveRecord &drive) noexcept 
     release_partitions(copy.partitions);
 }
 
-// The block device of a generic node, or the path itself where that is none. Never descriptor 0.
+// The block device of a generic node, or the path itself where that is none or opens as descriptor 0, which stands
+// for "no descriptor".
 int reopen(const char *name) noexcept {
     char block[kNameSize] = "";
     if (get_name_from_generic(name, sizeof block, block) > 0) {
@@ -90,21 +91,16 @@ int get_device_geometry(int fd, const char *path, DeviceGeometry *geometry) noex
         fail(kGeometry, "invalid device name %s", "(null)");
         return kNoDeviceName;
     }
-    int active = validate_fd(fd, path);
-    Descriptor reopened(-1);
+    ActiveDescriptor device(fd, path, kGeometry);
     int result = 0;
-    if (get_block_size(active, &geometry->block_size) != 0) {
-        close_active_fd(fd, active);
-        active = reopen(name);
-        reopened = Descriptor(active);
-        if (get_block_size(active, &geometry->block_size) != 0) result += kNoSecondBlockSize;
+    if (get_block_size(device.get(), &geometry->block_size) != 0) {
+        device.replace(reopen(name));
+        if (get_block_size(device.get(), &geometry->block_size) != 0) result += kNoSecondBlockSize;
     }
-    result += get_number_of_blocks(active, geometry->block_size, &geometry->block_count);
-    result += get_device_start(active, name, &geometry->device_start);
-    result += get_device_rotation(active, name, &geometry->rotation_speed);
-    result += get_partition_information(name, geometry);
-    if (!reopened) close_active_fd(fd, active);
-    return result;
+    result += get_number_of_blocks(device.get(), geometry->block_size, &geometry->block_count);
+    result += get_device_start(device.get(), name, &geometry->device_start);
+    result += get_device_rotation(device.get(), name, &geometry->rotation_speed);
+    return result + get_partition_information(name, geometry);
 }
 
 int print_geometry(const DeviceGeometry *geometry) noexcept {

@@ -7,7 +7,7 @@ int release_drives(DriveList *list) noexcept {
     if (list == nullptr || list->drives == nullptr) return 0;
     for (uint32_t i = 0; i < list->count; ++i) release_drive(list->drives[i]);
     std::free(static_cast<void *>(list->drives));
-    // The count stays: callers read from it how many drives there were.
+    // Kept: the count stays and tells how many drives there were. The list is empty again once it is set to 0.
     list->drives = nullptr;
     return 0;
 }

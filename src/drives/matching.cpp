@@ -20,7 +20,7 @@ void complete(DriveRecord &drive, const ScsiDeviceInfo &device, bool replace_ser
     drive.status = static_cast<int32_t>(device.state);
     drive.drive_type = convert_to_drive_type(static_cast<int>(device.type));
     if (drive.model == nullptr) drive.model = duplicate_str(device.model);
-    // A replaced serial is dropped, not freed: the caller may hold it.
+    // Kept: a replaced serial number is dropped, not freed. Whoever holds the old pointer owns it from here on.
     if (replace_serial || drive.serial == nullptr) drive.serial = duplicate_str(device.serial);
     if (drive.block_count == 0 && device.size != 0) {
         drive.block_count = device.size;

@@ -104,8 +104,9 @@ int create_raid_drive(DriveList *list, const RaidDrive *drive, uint32_t index) n
     made->block_count = drive->size >> kSectorShift;
     const char *group_device = drive->group != nullptr ? drive->group->device : nullptr;
     made->raid_device = duplicate_str(group_device);
-    const bool whole = made->name != nullptr && made->model != nullptr && made->serial != nullptr &&
-                       made->location != nullptr && (group_device == nullptr || made->raid_device != nullptr);
+    // The group's device is no part of what makes a record whole.
+    const bool whole =
+        made->name != nullptr && made->model != nullptr && made->serial != nullptr && made->location != nullptr;
     if (!whole) return fail(kDriveList, "%s", kFailure);
     release_drive(list->drives[index]);
     list->drives[index] = made.release();

@@ -1,5 +1,5 @@
+#include "foundation/directory.h"
 #include "foundation/errors.h"
-#include "foundation/owners.h"
 #include "foundation/sysfs.h"
 #include "foundation/text.h"
 #include "torvane.h"
@@ -44,7 +44,7 @@ class Names {
 
 bool is_real_directory(const Directory &parent, const char *name) noexcept {
     struct stat status {};
-    return fstatat(dirfd(parent.get()), name, &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(status.st_mode);
+    return fstatat(parent.fd(), name, &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(status.st_mode);
 }
 
 bool add_partition_of(const char *directory, const char *entry, Names &names) noexcept {
@@ -70,16 +70,14 @@ bool add_partitions(const char *array, Names &names) noexcept {
         fail(kRaid, "failed to allocate directory name");
         return false;
     }
-    const Directory directory(opendir(path.get()));
-    if (!directory) {
-        fail(kRaid, "failed to open '%s'", path.get());
-        return false;
-    }
-    while (const dirent *entry = readdir(directory.get())) {
+    Directory directory(path.get());
+    while (const dirent *entry = directory ? directory.next() : nullptr) {
         if (is_dot_entry(entry->d_name) || !is_real_directory(directory, entry->d_name)) continue;
         if (!add_partition_of(path.get(), entry->d_name, names)) return false;
     }
-    return true;
+    if (directory && !directory.failed()) return true;
+    fail(kRaid, "failed to open '%s'", path.get());
+    return false;
 }
 
 bool add_array(const char *array, Names &names) noexcept {

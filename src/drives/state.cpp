@@ -41,12 +41,10 @@ int read_state(int fd, const char *path, const char *model, DeviceState &state, 
 int get_state(int fd, const char *path, DeviceState *state, bool full) noexcept {
     const int no_identity = full ? kNoPermission + kNoFirmware : kNoPermission;
     if (state == nullptr) return no_identity;
-    const int active = validate_fd(fd, path);
+    const ActiveDescriptor device(fd, path, kState);
     DeviceSpecification identity{};
-    const bool known = get_device_model(active, &identity) == 0;
-    const int result = known ? read_state(active, path, identity.model, *state, full) : no_identity;
-    close_active_fd(fd, active);
-    return result;
+    if (get_device_model(device.get(), &identity) != 0) return no_identity;
+    return read_state(device.get(), path, identity.model, *state, full);
 }
 
 } // namespace

@@ -1,3 +1,4 @@
+#include "foundation/directory.h"
 #include "foundation/errors.h"
 #include "foundation/sysfs.h"
 #include "foundation/text.h"
@@ -19,9 +20,9 @@ CString zeroed(size_t size) noexcept { return CString(static_cast<char *>(std::c
 
 // Writes the path of the first entry with the exact name, or with a name that begins with it.
 bool find_entry(const char *directory, const char *name, bool exact, char (&path)[kPathSize]) noexcept {
-    const Directory entries(opendir(directory));
+    Directory entries(directory);
     if (!entries) return false;
-    while (const dirent *entry = readdir(entries.get())) {
+    while (const dirent *entry = entries.next()) {
         if (exact ? !equal(entry->d_name, name) : !begins_with(entry->d_name, name)) continue;
         std::snprintf(path, kPathSize, "%s/%s", directory, entry->d_name);
         return true;
@@ -51,7 +52,8 @@ char *get_name_from_device_id(uint32_t major, uint32_t minor) noexcept {
 
 int get_scsi_generic_name(const char *path, size_t size, char *buffer) noexcept {
     if (path == nullptr || buffer == nullptr || size == 0) return -1;
-    // Every step is held to the caller's size: a name that fits the buffer has a link path that fits, too.
+    // Every step is held to the caller's size, the link's path included: in a short buffer it is cut, names nothing,
+    // and the device counts as one without a generic node.
     const CString name = zeroed(size);
     const CString link = zeroed(size);
     const CString target = zeroed(size);
@@ -81,7 +83,7 @@ int allocate_scsi_generic_name(const char *path, char **name) noexcept {
     if (!link) return -1;
     char target[PATH_MAX];
     const ssize_t length = readlink(link.get(), target, sizeof target - 1);
-    // Callers match on these words, which have never named the link.
+    // Kept: the words name no link.
     if (length < 0) return fail(kSysfs, kFailedLink, "(null)", std::strerror(errno));
     target[length] = '\0';
     char *last = nullptr;

@@ -1,5 +1,6 @@
 #include "foundation/files.h"
 
+#include "foundation/errors.h"
 #include "foundation/owners.h"
 #include "foundation/text.h"
 #include "torvane.h"
@@ -27,6 +28,26 @@ int torvane::close_active_fd(int given, int active) noexcept {
     if (active <= 0 || given > 0) return active;
     std::FILE *stream = fdopen(active, "r");
     return stream == nullptr ? close(active) : std::fclose(stream);
+}
+
+ActiveDescriptor::ActiveDescriptor(int given, const char *path, uint32_t category) noexcept
+    : given_(given), active_(validate_fd(given, path)), path_(path), category_(category) {
+    record_failure();
+}
+
+ActiveDescriptor::~ActiveDescriptor() {
+    record_failure();
+    close_active_fd(given_, active_);
+}
+
+void ActiveDescriptor::replace(int opened) noexcept {
+    close_active_fd(given_, active_);
+    given_ = -1;
+    active_ = opened;
+}
+
+void ActiveDescriptor::record_failure() const noexcept {
+    if (active_ < 0 && path_ != nullptr) fail(category_, "failed to open '%s'", path_);
 }
 
 int write_to_file(const char *path, const char *text) noexcept {

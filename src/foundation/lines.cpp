@@ -1,7 +1,9 @@
+#include "foundation/interruptions.h"
 #include "foundation/owners.h"
 #include "foundation/text.h"
 #include "torvane.h"
 
+#include <cerrno>
 #include <climits>
 #include <cmath>
 #include <cstring>
@@ -22,8 +24,29 @@ bool enlarge(CString &buffer, size_t size) noexcept {
     return true;
 }
 
-// The power of 1024 that a unit's first letter stands for. P is the fourth and T is unknown: sizes that
-// callers have stored were computed with this table.
+// fgets() into the rest of a buffer: the length of what is there then, 0 at the end of the file, -1 on error. An
+// interrupted fgets() forgets how much it has put there. No line end is among it, so the first of those that
+// stood there before tells.
+int read_piece(char *rest, int size, FILE *stream) noexcept {
+    Interruptions interruptions;
+    int kept = 0;
+    for (;;) {
+        std::memset(rest + kept, '\n', static_cast<size_t>(size - kept));
+        errno = 0;
+        if (std::fgets(rest + kept, size - kept, stream) != nullptr) {
+            return kept + static_cast<int>(std::strlen(rest + kept));
+        }
+        if (std::feof(stream) == 0 && !interruptions.again()) return -1;
+        kept += static_cast<int>(static_cast<char *>(std::memchr(rest + kept, '\n', static_cast<size_t>(size - kept))) -
+                                 (rest + kept));
+        rest[kept] = '\0';
+        if (std::feof(stream) != 0) return kept;
+        std::clearerr(stream);
+    }
+}
+
+// The power of 1024 that a unit's first letter stands for. Kept: P is the fourth and T is unknown, so "1 TB" is one
+// byte and "1 PB" what others call a TB.
 double unit_factor(char letter) noexcept {
     constexpr double kKilo = 1024.0;
     switch (letter) {
@@ -51,15 +74,11 @@ int get_line(char **line, FILE *stream) noexcept {
     size_t used = 0;
     CString buffer(static_cast<char *>(std::malloc(size)));
     if (!buffer) return -1;
-    buffer.get()[0] = '\0';
     for (;;) {
-        char *rest = buffer.get() + used;
-        if (std::fgets(rest, static_cast<int>(size - used), stream) == nullptr) {
-            if (std::feof(stream) == 0) return -1;
-            break;
-        }
-        used += std::strlen(rest);
-        if (used == 0 || buffer.get()[used - 1] == '\n' || used < size - 1) break;
+        const int length = read_piece(buffer.get() + used, static_cast<int>(size - used), stream);
+        if (length < 0) return -1;
+        used += static_cast<size_t>(length);
+        if (length == 0 || buffer.get()[used - 1] == '\n' || used < size - 1) break;
         size *= 2;
         if (!enlarge(buffer, size)) return -1;
     }

@@ -25,7 +25,6 @@ inline void close_directory(DIR *directory) noexcept { closedir(directory); }
 
 using CString = std::unique_ptr<char, Calls<&free_block>>;
 using File = std::unique_ptr<std::FILE, Calls<&close_stream>>;
-using Directory = std::unique_ptr<DIR, Calls<&close_directory>>;
 template <class T> using Block = std::unique_ptr<T, Calls<&free_block>>;
 
 // A file descriptor, closed when its owner ends; anything below 0 is none.

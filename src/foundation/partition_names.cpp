@@ -1,4 +1,4 @@
-#include "foundation/owners.h"
+#include "foundation/directory.h"
 #include "foundation/sysfs.h"
 #include "foundation/text.h"
 #include "torvane.h"
@@ -12,16 +12,16 @@ int get_partition_names(char ***names, uint32_t *count, const char *disk) noexce
     if (disk == nullptr) return -1;
     const CString path = make_text("%s/%s", kSysBlock, disk);
     if (!path) return -1;
-    const Directory directory(opendir(path.get()));
+    Directory directory(path.get());
     if (!directory) return -1;
-    while (const dirent *entry = readdir(directory.get())) {
+    while (const dirent *entry = directory.next()) {
         if (!contains(entry->d_name, disk)) continue;
         if (!grow(*names, *count)) return -1;
         char *name = duplicate_str(entry->d_name);
         if (name == nullptr) return -1;
         (*names)[*count - 1] = name;
     }
-    return 0;
+    return directory.failed() ? -1 : 0;
 }
 
 void release_partition_names(char **names, uint32_t *count) noexcept {

@@ -103,8 +103,8 @@ bool format_value_path(char (&path)[kLongPathSize], const char *name, const char
     const CString disk = of_partition || named_by_letters ? disk_name_prefix(name) : CString(duplicate_str(name));
     if (!disk) return false;
     if (of_partition) {
-        // One byte short of the text, which costs the attribute its last character: callers that ask for a
-        // partition's attribute have always been answered "no such file" here, and rely on it.
+        // Kept: one byte short of the text, which costs the attribute its last character, so that a partition's
+        // attribute is not found.
         const size_t size = std::strlen(disk.get()) + std::strlen(name) + length + 13;
         return std::snprintf(path, limit(size), "%s/%s/%s/%s", kSysBlock, disk.get(), name, attribute) >= 0;
     }

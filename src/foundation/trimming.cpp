@@ -62,7 +62,8 @@ int truncate_numbers(const char *source, char *destination) noexcept {
     if (source == nullptr || destination == nullptr) return -1;
     const size_t kept = length_without_digits(source);
     std::memmove(destination, source, kept);
-    // The terminator lands one past the kept text: callers hand in zeroed buffers and rely on the byte before it.
+    // Kept: the terminator lands one past the kept text. In a zeroed buffer the text ends all the same; in any
+    // other it goes on with the byte that was there.
     destination[kept + 1] = '\0';
     return 0;
 }

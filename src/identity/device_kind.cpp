@@ -11,8 +11,8 @@ namespace {
 
 constexpr int kNoDeviceNumbers = -16;
 
-// Majors of Linux devices.txt. Later SCSI disk majors (128 and up) are "other": what reads them by kind
-// has never known them, and falls back to what sysfs says.
+// Majors of Linux devices.txt. Kept: the later SCSI disk majors (128 and up) are "other", so that drives of these
+// numbers (from the 129th disk on) are read through sysfs only.
 DeviceKind kind_of(unsigned number) noexcept {
     switch (number) {
     case IDE0_MAJOR:

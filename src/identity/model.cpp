@@ -132,8 +132,8 @@ int allocate_ide_model(int fd, char **model) noexcept {
 int allocate_scsi_model(int fd, char **model) noexcept {
     StandardInquiry inquiry;
     if (!read_standard_inquiry(fd, inquiry)) return fail_model("failed to read model from scsi device");
-    // The vendor text runs on to the reply's first NUL and so carries product and revision, too: fleets
-    // know these drives under the long text.
+    // Kept: the vendor text runs on to the reply's first NUL, and so the model holds product and revision twice,
+    // other than the 8 and 16 characters of read_scsi_model().
     const CString vendor(duplicate_str(inquiry.text_at(StandardInquiry::kVendor)));
     const CString product(duplicate_str(inquiry.text_at(StandardInquiry::kProduct)));
     if (!vendor || !product) return fail_model("failed to allocate vendor and product");

@@ -74,13 +74,12 @@ int get_device_stat(int fd, const char *path, DeviceSpecification *specification
 
 int get_device_specification(int fd, const char *path, DeviceSpecification *specification) noexcept {
     if (specification == nullptr) return kNoDeviceNumbers;
-    const int active = validate_fd(fd, path);
-    if (get_device_stat(active, path, specification) != 0) return kNoDeviceNumbers;
+    const ActiveDescriptor device(fd, path, kIdentity);
+    if (get_device_stat(device.get(), path, specification) != 0) return kNoDeviceNumbers;
     if (path != nullptr) copy_text(specification->device_name, path);
     int result = get_generic_name(specification->type, path, specification) < 1 ? kNoGenericName : 0;
-    if (get_device_serial_number(active, specification) != 0) result += kNoSerial;
-    if (get_device_model(active, specification) != 0) result += kNoModel;
-    close_active_fd(fd, active);
+    if (get_device_serial_number(device.get(), specification) != 0) result += kNoSerial;
+    if (get_device_model(device.get(), specification) != 0) result += kNoModel;
     return result;
 }
 

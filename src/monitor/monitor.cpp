@@ -1,3 +1,4 @@
+#include "foundation/directory.h"
 #include "foundation/text.h"
 #include "monitor/events.h"
 #include "torvane.h"
@@ -62,14 +63,14 @@ void release_monitor(FileMonitor *monitor) noexcept {
 
 int add_watches(FileMonitor *monitor, const char *directory) noexcept {
     if (monitor == nullptr || directory == nullptr) return -1;
-    const Directory entries(opendir(directory));
+    Directory entries(directory);
     if (!entries || add_watch(monitor, directory) != 0) return -1;
-    while (const dirent *entry = readdir(entries.get())) {
+    while (const dirent *entry = entries.next()) {
         if (!is_watched_entry(*entry)) continue;
         const CString path = make_text("%s/%s", directory, entry->d_name);
         if (!path || add_watches(monitor, path.get()) != 0) return -1;
     }
-    return 0;
+    return entries.failed() ? -1 : 0;
 }
 
 int add_watch(FileMonitor *monitor, const char *path) noexcept {
@@ -112,16 +113,14 @@ int remove_watch(FileMonitor *monitor, Watch *watch) noexcept {
 }
 
 inotify_event *wait_for_event(FileMonitor *monitor, int cancel_fd) noexcept {
-    if (monitor == nullptr || !fits_select(monitor->fd) || !fits_select(cancel_fd)) return nullptr;
-    fd_set ready;
-    FD_ZERO(&ready);
-    FD_SET(monitor->fd, &ready);
-    FD_SET(cancel_fd, &ready);
-    if (select(FD_SETSIZE, &ready, nullptr, nullptr, nullptr) < 0) return nullptr;
-    for (int fd = 0; fd < FD_SETSIZE; ++fd) {
-        if (!FD_ISSET(fd, &ready)) continue;
-        Event event(read_event(fd));
-        if (fd == cancel_fd) return nullptr;
+    if (monitor == nullptr) return nullptr;
+    const auto [first, second] = std::minmax(monitor->fd, cancel_fd); // the lower one is looked at first
+    pollfd descriptors[] = {{first, POLLIN, 0}, {second, POLLIN, 0}};
+    if (wait_until_readable(descriptors, nullptr) < 0) return nullptr;
+    for (const pollfd &descriptor : descriptors) {
+        if (descriptor.revents == 0) continue;
+        Event event(read_event(descriptor.fd));
+        if (descriptor.fd == cancel_fd) return nullptr;
         if (event) return event.release();
     }
     return nullptr;

@@ -2,6 +2,9 @@
 #include "monitor/events.h"
 #include "torvane.h"
 
+#include <algorithm>
+#include <ctime>
+
 using namespace torvane;
 
 namespace {
@@ -19,6 +22,21 @@ bool has_name(const inotify_event &event, const char *name) noexcept {
     return std::strlen(name) <= kEventNameSize && begins_with(event.len == 0 ? "" : event.name, name);
 }
 
+// Events that came in time may still wait to be read when the time is up.
+constexpr int64_t kReadingOn = 100; // milliseconds
+
+int64_t milliseconds_now() noexcept {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
+}
+
+void shorten(timeval &time, int64_t milliseconds) noexcept {
+    const int64_t most = std::max<int64_t>(milliseconds, 0);
+    if (int64_t{time.tv_sec} * 1000 + time.tv_usec / 1000 <= most) return;
+    time = {static_cast<time_t>(most / 1000), static_cast<suseconds_t>(most % 1000 * 1000)};
+}
+
 // Waits until the file exists or is gone, whichever is wanted.
 int wait_till_file_exists(const char *directory, const char *name, uint32_t timeout_seconds, int wanted,
                           uint32_t mask) noexcept {
@@ -32,18 +50,22 @@ int wait_till_file_exists(const char *directory, const char *name, uint32_t time
 } // namespace
 
 int wait_for_file_event(int inotify_fd, const char *name, uint32_t timeout_seconds) noexcept {
-    if (!fits_select(inotify_fd) || name == nullptr) return -1;
-    // Linux counts the time-out down as it is used up, so one and the same bounds all the rounds together.
+    if (name == nullptr) return -1;
+    // What select() leaves of the time-out bounds all its rounds together. It takes nothing off for a descriptor
+    // that is readable at once, so the clock counts, too, or other files' events without end would be waited out.
+    const int64_t end = milliseconds_now() + int64_t{timeout_seconds} * 1000;
     timeval time_left{static_cast<time_t>(timeout_seconds), 0};
     while (true) {
-        fd_set ready;
-        FD_ZERO(&ready);
-        FD_SET(inotify_fd, &ready);
-        const int count = select(inotify_fd + 1, &ready, nullptr, nullptr, &time_left);
+        pollfd descriptor{inotify_fd, POLLIN, 0};
+        const int count = wait_until_readable({&descriptor, 1}, &time_left);
         if (count < 0) return -1;
         if (count == 0) return kTimedOut;
-        const Event event(read_event(inotify_fd));
-        if (event && has_name(*event, name)) return kSeen;
+        EventBuffer events;
+        if (!events.read(inotify_fd)) return -1;
+        if (has_name(events.first(), name)) return kSeen;
+        const int64_t left = end - milliseconds_now();
+        if (left < -kReadingOn) return kTimedOut;
+        shorten(time_left, left);
     }
 }
 

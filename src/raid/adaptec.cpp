@@ -75,7 +75,7 @@ int read_group_name(ConfigState &state, const char *line) noexcept {
     return 0;
 }
 
-// The text ends before a decimal point: a size of 1.5 GB is read as 1 byte, as callers have always been told.
+// Kept: the text ends before a decimal point, so that a size of "1.5 GB" is read as 1 byte.
 int read_group_size(ConfigState &state, const char *line) noexcept {
     char text[112];
     if (state.group == nullptr || std::sscanf(line, KEY_SIZE " %111[0-9A-Za-z ]", text) != 1) return -1;

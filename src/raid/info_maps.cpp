@@ -1,11 +1,9 @@
-#include "foundation/owners.h"
+#include "foundation/directory.h"
 #include "foundation/sysfs.h"
 #include "foundation/text.h"
 #include "raid/model.h"
 #include "raid/tool.h"
 #include "torvane.h"
-
-#include <dirent.h>
 
 using namespace torvane;
 
@@ -86,13 +84,13 @@ int relate_model_to_drives(InfoMapEntry **map, uint32_t *count) noexcept {
 int relate_serial_to_drives(InfoMapEntry **map, uint32_t *count) noexcept {
     if (map == nullptr || count == nullptr) return -1;
     *count = 0;
-    const Directory directory(opendir(kSysGeneric));
+    Directory directory(kSysGeneric);
     if (!directory) return 0;
-    while (const dirent *entry = readdir(directory.get())) {
+    while (const dirent *entry = directory.next()) {
         if (!contains(entry->d_name, "sg")) continue;
         if (!add_entry(entry->d_name, map, count, read_serial_from_drive)) return discard(map, count);
     }
-    return 0;
+    return directory.failed() ? discard(map, count) : 0;
 }
 
 void release_info_map(InfoMapEntry *map, int count) noexcept {

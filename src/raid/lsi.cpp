@@ -3,6 +3,7 @@
 
 #include "raid/model.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <span>
 
@@ -102,7 +103,9 @@ RaidDriveGroup *create_new_drive_group(const char *line, RaidController *control
 int set_group_name(const char *line, char **name) noexcept {
     if (line == nullptr || name == nullptr) return -1;
     char *word = nullptr;
+    errno = 0;
     const int fields = std::sscanf(line, "Name                :%ms", &word);
+    if (fields != 1 && errno == ENOMEM) return -1;
     CString text(word);
     if (fields != 1) text.reset(duplicate_str(""));
     if (!text) return -1;

@@ -50,8 +50,8 @@ int match_model(const char *name, std::span<const InfoMapEntry> models, const In
     return 0;
 }
 
-// Adapters of one driver are counted from 0 and Adaptec controllers from 1; the numbers are compared as they
-// stand, which is what callers have always been given.
+// Kept: adapters of one driver are counted from 0 and Adaptec controllers from 1, and the numbers are compared as
+// they stand. The first Adaptec controller's logical drives thus get the second adapter's disks, or made-up names.
 bool shows(const PciInfo &pci, const RaidController &controller, const RaidDriveGroup &group) noexcept {
     return pci.device != nullptr && pci.type == controller.type &&
            pci.number == static_cast<uint32_t>(group.controller_number) &&

@@ -1,9 +1,8 @@
 #include "raid/pci.h"
 
+#include "foundation/directory.h"
 #include "foundation/errors.h"
 #include "raid/tool.h"
-
-#include <dirent.h>
 
 #include <climits>
 #include <cstring>
@@ -60,11 +59,13 @@ struct LspciState {
     uint32_t counters[kRaidDriverCount] = {}; // adapters of each driver
 };
 
-void open_block(LspciState &state, const char *line) noexcept {
-    char *word = nullptr;
-    const int fields = std::sscanf(line, "%ms %*[ A-Za-z0-9]: %*s", &word);
-    CString slot(word);
-    if (fields == 1) state.slot = std::move(slot);
+// A block begins with the first line that holds a word: the address. -1 without memory for it.
+int open_block(LspciState &state, const char *line) noexcept {
+    constexpr const char *kBlanks = " \t\n\v\f\r";
+    const char *word = line + std::strspn(line, kBlanks);
+    if (*word == '\0') return 0;
+    state.slot.reset(duplicate_nstr(word, std::strcspn(word, kBlanks)));
+    return state.slot ? 0 : -1;
 }
 
 int read_block_line(LspciState &state, const char *line, int length) noexcept {
@@ -79,35 +80,39 @@ int read_block_line(LspciState &state, const char *line, int length) noexcept {
     return 0;
 }
 
-// Walks a directory's entries, "." and ".." left out, until `visit` says false. False when it cannot be opened.
-template <class Visit> bool for_each_entry(const char *path, Visit visit) noexcept {
-    const Directory directory(opendir(path));
-    if (!directory) return false;
-    while (const dirent *entry = readdir(directory.get())) {
+// Walks a directory's entries, "." and ".." left out, until `visit` says false.
+enum class Walk { kDone, kUnopened, kFailed };
+template <class Visit> Walk for_each_entry(const char *path, Visit visit) noexcept {
+    Directory directory(path);
+    if (!directory) return Walk::kUnopened;
+    while (const dirent *entry = directory.next()) {
         if (!is_dot_entry(entry->d_name) && !visit(entry->d_name)) break;
     }
-    return true;
+    return directory.failed() ? Walk::kFailed : Walk::kDone;
 }
 
-void read_host(const char *device, PciInfo &record) noexcept {
+// False when the adapter's directory cannot be read to its end; one without a host keeps 0.
+bool read_host(const char *device, PciInfo &record) noexcept {
     char path[PATH_MAX];
     (void)std::snprintf(path, sizeof path, "%s/%s", kPciDevices, device);
-    (void)for_each_entry(path, [&record](const char *name) noexcept {
-        int32_t host = 0;
-        if (!begins_with(name, "host") || std::sscanf(name, "%*[a-zA-Z]%d", &host) != 1) return true;
-        record.host = static_cast<uint32_t>(host);
-        return false;
-    });
+    return for_each_entry(path, [&record](const char *name) noexcept {
+               int32_t host = 0;
+               if (!begins_with(name, "host") || std::sscanf(name, "%*[a-zA-Z]%d", &host) != 1) return true;
+               record.host = static_cast<uint32_t>(host);
+               return false;
+           }) != Walk::kFailed;
 }
 
 // sysfs puts the PCI domain before the address that lspci prints.
 bool read_hosts(std::span<PciInfo> adapters) noexcept {
-    return for_each_entry(kPciDevices, [adapters](const char *name) noexcept {
+    bool complete = true;
+    const Walk walk = for_each_entry(kPciDevices, [&](const char *name) noexcept {
         for (PciInfo &adapter : adapters) {
-            if (ends_with(name, adapter.slot) == 1) read_host(name, adapter);
+            if (ends_with(name, adapter.slot) == 1) complete = complete && read_host(name, adapter);
         }
-        return true;
+        return complete;
     });
+    return walk == Walk::kDone && complete;
 }
 
 // Host, channel, target and logical unit of a SCSI disk.
@@ -150,23 +155,23 @@ int add_disk(const ScsiAddress &address, uint32_t adapters, PciInfo **list, uint
 bool read_disks(PciInfo **list, uint32_t *count) noexcept {
     const uint32_t adapters = *count;
     bool complete = true;
-    const bool opened = for_each_entry(kScsiDisks, [&](const char *name) noexcept {
+    const Walk walk = for_each_entry(kScsiDisks, [&](const char *name) noexcept {
         ScsiAddress address;
         complete = scan_address(name, address) && add_disk(address, adapters, list, count) == 0;
         return complete;
     });
-    return opened && complete;
+    return walk == Walk::kDone && complete;
 }
 
-int find_pci_block_device(PciInfo &record) noexcept {
+// A record without a block device keeps none: its logical drive then gets a made-up name.
+void find_pci_block_device(PciInfo &record) noexcept {
     char path[PATH_MAX];
     (void)std::snprintf(path, sizeof path, "%s%d:%d:%d:%d/device/block", kScsiDisks, static_cast<int>(record.host),
                         static_cast<int>(record.type), static_cast<int>(record.target), static_cast<int>(record.lun));
-    const bool opened = for_each_entry(path, [&record](const char *name) noexcept {
+    (void)for_each_entry(path, [&record](const char *name) noexcept {
         record.device = make_text("/dev/%s", name).release();
         return false;
     });
-    return opened ? 0 : -1;
 }
 
 } // namespace
@@ -177,11 +182,7 @@ int parse_lspci_output(FILE *stream, PciInfo **list, uint32_t *count) noexcept {
     LspciState state{{list, count}, nullptr};
     int status = 0;
     const bool complete = for_each_line(stream, [&](const char *line, int length) noexcept {
-        if (state.slot) {
-            status = read_block_line(state, line, length);
-        } else {
-            open_block(state, line);
-        }
+        status = state.slot ? read_block_line(state, line, length) : open_block(state, line);
         return status == 0;
     });
     if (complete && status == 0) return 0;
@@ -203,8 +204,7 @@ int lookup_pci_info(PciInfo **list, uint32_t *count) noexcept {
         discard(list, count);
         return 0;
     }
-    // A record without a block device keeps none: its logical drive then gets a made-up name.
-    for (PciInfo &record : std::span(*list, *count)) (void)find_pci_block_device(record);
+    for (PciInfo &record : std::span(*list, *count)) find_pci_block_device(record);
     return 0;
 }
 

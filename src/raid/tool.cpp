@@ -1,8 +1,8 @@
 #include "raid/tool.h"
 
 #include "foundation/errors.h"
+#include "foundation/interruptions.h"
 
-#include <sys/types.h>
 #include <sys/wait.h>
 
 #include <cerrno>
@@ -11,25 +11,30 @@
 namespace torvane {
 namespace {
 
-// The status of waitpid(); 0 when the process is nobody's child any more (the caller ignores SIGCHLD).
-int wait_for(pid_t pid) noexcept {
-    int status = 0;
+// Takes the status of waitpid(). False, with errno set, when nobody can tell how the process ended: the kernel has
+// forgotten it if the caller ignores SIGCHLD.
+bool wait_for(pid_t pid, int &status) noexcept {
+    Interruptions interruptions;
     while (waitpid(pid, &status, 0) == -1) {
-        if (errno != EINTR) return 0;
+        if (!interruptions.again()) return false;
     }
-    return status;
+    return true;
 }
 
 void drain(FILE *stream) noexcept {
     char rest[4096];
-    while (std::fread(rest, 1, sizeof rest, stream) > 0) {
+    Interruptions interruptions;
+    while (std::fread(rest, 1, sizeof rest, stream) == sizeof rest || std::ferror(stream) != 0) {
+        if (std::ferror(stream) == 0) continue;
+        if (!interruptions.again()) return;
+        std::clearerr(stream);
     }
 }
 
-int close_and_wait(RunningTool &running) noexcept {
-    drain(running.output.get());
+bool close_and_wait(RunningTool &running, int &status) noexcept {
+    if (running.output) drain(running.output.get());
     running.output.reset();
-    return wait_for(running.pid);
+    return wait_for(running.pid, status);
 }
 
 int fail_end(const Tool &tool, const char *reason) noexcept {
@@ -46,12 +51,14 @@ RunningTool start_tool(const Tool &tool) noexcept {
     if (running.output) return running;
     (void)fail(kRaid, "%s '%s' (%s)", tool.start_failure, tool.command, std::strerror(errno));
     // The shell may run without a pipe to us; nobody else would reap it.
-    if (pid > 0) (void)wait_for(pid);
+    int status = 0;
+    if (pid > 0) (void)wait_for(pid, status);
     return running;
 }
 
 int finish_tool(const Tool &tool, RunningTool &running) noexcept {
-    const int status = close_and_wait(running);
+    int status = 0;
+    if (!close_and_wait(running, status)) return fail_end(tool, std::strerror(errno));
     if (WTERMSIG(status) != 0) return fail_end(tool, "killed process");
     if (WEXITSTATUS(status) == 0) return 0;
     char reason[32];
@@ -63,8 +70,8 @@ bool command_succeeds(const char *command) noexcept {
     FILE *output = nullptr;
     const pid_t pid = execute(command, nullptr, &output, nullptr);
     RunningTool running{pid, File(output)};
-    if (pid < 1) return false;
-    return running.output ? close_and_wait(running) == 0 : wait_for(pid) == 0;
+    int status = 0;
+    return pid > 0 && close_and_wait(running, status) && status == 0;
 }
 
 } // namespace torvane

@@ -9,7 +9,8 @@ namespace {
 
 constexpr uint32_t kWaitSeconds = 2;
 
-// The kernel adds a device's block directory some time after the bind is written.
+// The kernel adds a device's block directory some time after the bind is written. Only the first device is waited
+// for, also where the serial number is that of another one or of the whole interface.
 int wait_for_block_device(const MediaRecord &media) noexcept {
     const CString path = make_text("%s/%s", kScsiDevices, media.devices.devices[0].address);
     if (!path) return fail(kMount, "failed to create block path");
@@ -23,6 +24,7 @@ int wait_until_usable(MediaRecord &media, uint32_t wait_for_devices) noexcept {
     if (media.devices.count == 0) return fail(kMount, "no scsi devices found");
     if (media.status == USB_STATUS_ADAPTER) return fail(kMount, "device is an adapter");
     if (wait_for_devices != 0) return 0;
+    // A node in /dev would be the device manager's; the driver alone is wanted.
     if (wait_till_file_is_deleted(kDev, media.devices.devices[0].name, kWaitSeconds) == 0) return 0;
     return fail(kMount, "failed to wait for file to be deleted");
 }
@@ -51,6 +53,8 @@ int bind_to_driver_with_wait(const char *serial, uint32_t wait_for_devices) noex
     }
     if (bind_device_to_driver(media.get(), serial) != 0) return fail(kMount, "failed to bind %s to driver", serial);
     if (wait_until_usable(*media, wait_for_devices) == 0) return 0;
+    // Kept: what was bound before the call, and may be in use, is unbound, too. The record may have lost its devices
+    // or serial numbers in the waiting; there is then nothing to unbind.
     unbind_device_from_driver(media.get(), serial);
     return -1;
 }

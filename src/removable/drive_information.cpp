@@ -10,7 +10,7 @@ using namespace torvane;
 
 namespace {
 
-// A directory of our own, removed when its owner ends.
+// A directory of our own, gone when its owner ends.
 class PrivateDirectory {
   public:
     PrivateDirectory() noexcept : made_(mkdtemp(path_.text) != nullptr) {}
@@ -42,24 +42,32 @@ void replace(char *&text, char *fresh) noexcept {
     text = fresh;
 }
 
-} // namespace
-
-// The private node serves devices that have none in /dev, and keeps the device manager out of it.
-int get_drive_information(ScsiDeviceInfo *device, uint32_t skip_serial) noexcept {
-    if (device == nullptr || device->name == nullptr) return fail(kDevice, "unable to read device name (NULL)");
+// Opens a device through a node of our own, which serves devices that have none in /dev and keeps the device
+// manager out of it. Node and directory are gone when this returns: a process that ends while the device makes it
+// wait leaves nothing behind.
+int open_privately(const char *name, Descriptor &device) noexcept {
     const PrivateDirectory directory;
     if (!directory) return fail(kDevice, "failed to create temp dir");
-    const NodePath node(make_text("%s/%s", directory.path(), device->name).release());
+    const NodePath node(make_text("%s/%s", directory.path(), name).release());
     if (!node) return fail(kDevice, "failed to allocate device node path");
-    if (const int result = create_node_in(device->name, directory.path()); result != 0) return result;
-    const Descriptor fd(open(node.get(), O_RDONLY | O_NONBLOCK));
-    if (!fd) return fail(kDevice, "failed to open '%s'", node.get());
+    if (const int result = create_node_in(name, directory.path()); result != 0) return result;
+    device = Descriptor(open(node.get(), O_RDONLY | O_NONBLOCK));
+    return device ? 0 : fail(kDevice, "failed to open '%s'", node.get());
+}
+
+} // namespace
+
+int get_drive_information(ScsiDeviceInfo *device, uint32_t skip_serial) noexcept {
+    if (device == nullptr || device->name == nullptr) return fail(kDevice, "unable to read device name (NULL)");
+    Descriptor fd(-1);
+    if (const int result = open_privately(device->name, fd); result != 0) return result;
+    // The readers take no more of a path than the kernel name at its end.
     char *model = nullptr;
-    get_drive_model(fd.get(), kUnknownKind, node.get(), &model);
+    get_drive_model(fd.get(), kUnknownKind, device->name, &model);
     replace(device->model, model);
     if (skip_serial != 0) return 0;
     char *serial = nullptr;
-    get_drive_serial_number(fd.get(), node.get(), &serial);
+    get_drive_serial_number(fd.get(), device->name, &serial);
     replace(device->serial, serial);
     return 0;
 }

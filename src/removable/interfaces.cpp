@@ -1,4 +1,5 @@
 // What sysfs says about one USB mass-storage interface: its USB device and the SCSI devices behind it.
+#include "foundation/directory.h"
 #include "foundation/errors.h"
 #include "foundation/sysfs.h"
 #include "removable/records.h"
@@ -34,13 +35,12 @@ class Matches {
 };
 
 int add_devices_of_target(MediaRecord &media, const char *path) noexcept {
-    const Directory target(opendir(path));
-    if (!target) return fail(kDevice, "failed to open %s", path);
-    while (const dirent *entry = readdir(target.get())) {
+    Directory target(path);
+    while (const dirent *entry = target ? target.next() : nullptr) {
         if (!contains(entry->d_name, ":")) continue;
         if (add_scsi_device_to_list(&media.devices, entry->d_name) != 0) return -1;
     }
-    return 0;
+    return target && !target.failed() ? 0 : fail(kDevice, "failed to open %s", path);
 }
 
 // The USB device of an interface: 1-1 of 1-1:1.0.

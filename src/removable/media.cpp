@@ -1,3 +1,4 @@
+#include "foundation/directory.h"
 #include "foundation/errors.h"
 #include "removable/records.h"
 #include "torvane.h"
@@ -44,12 +45,12 @@ bool is_empty_slot(const ScsiDeviceInfo &device) noexcept {
 
 int get_usb_mass_storage_names(MediaList *list) noexcept {
     if (list == nullptr) return fail(kDevice, "failed to allocate media information");
-    const Directory driver(opendir(kUsbStorageDriver));
+    Directory driver(kUsbStorageDriver);
     if (!driver) return 0; // the driver is not loaded: no such device
-    while (const dirent *entry = readdir(driver.get())) {
+    while (const dirent *entry = driver.next()) {
         if (is_interface(entry->d_name) && add_entry_to_info_list(entry->d_name, list) == nullptr) return -1;
     }
-    return 0;
+    return driver.failed() ? fail(kDevice, "failed to open '%s'", kUsbStorageDriver) : 0;
 }
 
 int get_usb_mass_storage_devices(MediaList *list) noexcept {

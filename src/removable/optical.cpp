@@ -17,12 +17,13 @@ struct OpticalStatus {
     int disc = CDS_NO_INFO;
 };
 
-// A drive that is locked by someone else keeps the status of the attempt before. The ioctls name no slot.
+// A drive that is locked by someone else keeps the status of the attempt before. Of a changer the slot that is in
+// use counts.
 void read_status(const char *path, OpticalStatus &status) noexcept {
     const Descriptor drive(open(path, O_RDWR | O_EXCL | O_NONBLOCK));
     if (drive.get() == 0 || lock_optical_drive(drive.get()) != 0) return;
-    status.drive = ioctl(drive.get(), CDROM_DRIVE_STATUS, 0);
-    status.disc = ioctl(drive.get(), CDROM_DISC_STATUS, 0);
+    status.drive = ioctl(drive.get(), CDROM_DRIVE_STATUS, CDSL_CURRENT);
+    status.disc = ioctl(drive.get(), CDROM_DISC_STATUS, CDSL_CURRENT);
 }
 
 } // namespace

@@ -1,4 +1,5 @@
 // What sysfs and /dev say about one SCSI device.
+#include "foundation/directory.h"
 #include "foundation/errors.h"
 #include "foundation/sysfs.h"
 #include "removable/records.h"
@@ -53,20 +54,20 @@ int get_device_name(ScsiDeviceInfo *device) noexcept {
     if (device->address == nullptr) return 0;
     const CString path = make_text("%s/%s/block", kScsiDevices, device->address);
     if (!path) return fail(kDevice, "failed to allocate device path");
-    const Directory directory(opendir(path.get()));
+    Directory directory(path.get());
     if (!directory) {
         fail(kDevice, "failed to open '%s'", path.get());
         return 0;
     }
     int found = 0;
-    while (const dirent *entry = readdir(directory.get())) {
+    while (const dirent *entry = directory.next()) {
         if (is_dot_entry(entry->d_name)) continue;
         std::free(device->name);
         device->name = duplicate_str(entry->d_name);
         if (device->name == nullptr) return fail(kDevice, "failed to duplicate '%s' for scsi name", entry->d_name);
         found = 1;
     }
-    return found;
+    return directory.failed() ? fail(kDevice, "failed to open '%s'", path.get()) : found;
 }
 
 int has_device_node(ScsiDeviceInfo *device) noexcept {

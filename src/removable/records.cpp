@@ -62,7 +62,7 @@ int add_scsi_device_to_list(ScsiDeviceList *list, const char *address) noexcept 
 
 int copy_scsi_device_info(ScsiDeviceInfo *destination, const ScsiDeviceInfo *source) noexcept {
     if (destination == nullptr || source == nullptr) return fail(kDevice, "failed to copy scsi device info");
-    // The size stays the destination's: it is read anew for a device that a copy is to be used as.
+    // Kept: the size is not copied, so that a fresh copy tells 0 until get_device_size() has read it.
     const ScsiDeviceInfo copy{duplicate_str(source->name),
                               duplicate_str(source->address),
                               duplicate_str(source->model),
@@ -79,7 +79,8 @@ MediaRecord *copy_media_info(const MediaRecord *media) noexcept {
     if (media == nullptr) return nullptr;
     Media copy(allocate<MediaRecord>());
     if (!copy) return fail_null(kDevice, "failed to allocate media information");
-    // The status is left out: callers that act on a copy decide by the devices, adapter or not.
+    // Kept: the status is not copied. What acts on a copy (change_state(), create_and_mount_in_temp_dir()) thus
+    // takes an adapter for a device.
     copy->name = duplicate_str(media->name);
     copy->serial = duplicate_str(media->serial);
     copy->model = duplicate_str(media->model);

@@ -1,4 +1,5 @@
 // A USB device's file systems mounted side by side in a private directory, and the way back.
+#include "foundation/directory.h"
 #include "foundation/errors.h"
 #include "foundation/text.h"
 #include "removable/records.h"
@@ -14,6 +15,7 @@ using namespace torvane;
 namespace {
 
 constexpr const char *kNoDirectoryRemoved = "failed to remove a directory";
+constexpr const char *kNoDirectoryRead = "unable to open directory '%s'"; // or to read it to its end
 constexpr int kBadFileSystem = 1;
 
 // The block device nodes of a directory in alphabetical order.
@@ -88,24 +90,24 @@ int mount_all_devices(const char *directory) noexcept {
 
 int umount_all(const char *directory) noexcept {
     if (directory == nullptr) return fail(kMount, "unable to read location (NULL)");
-    const Directory entries(opendir(directory));
-    if (!entries) return fail(kMount, "unable to open directory '%s'", directory);
+    Directory entries(directory);
+    if (!entries) return fail(kMount, kNoDirectoryRead, directory);
     int result = 0;
-    while (const dirent *entry = readdir(entries.get())) {
+    while (const dirent *entry = entries.next()) {
         if (entry->d_type != DT_DIR || is_hidden(*entry)) continue;
         if (umount_entry(directory, entry->d_name) != 0) result = -1;
     }
-    return result;
+    return entries.failed() ? fail(kMount, kNoDirectoryRead, directory) : result;
 }
 
 int remove_all_from(const char *directory) noexcept {
-    const Directory entries(directory == nullptr ? nullptr : opendir(directory));
+    Directory entries(directory);
     if (!entries) return fail(kMount, "unable to read dir (NULL)");
     int result = 0;
-    while (const dirent *entry = readdir(entries.get())) {
+    while (const dirent *entry = entries.next()) {
         if (!is_hidden(*entry) && remove_entry(directory, *entry) != 0) result = -1;
     }
-    return result;
+    return entries.failed() ? fail(kMount, kNoDirectoryRead, directory) : result;
 }
 
 int remove_and_umount_in_temp_dir(const char *directory) noexcept {

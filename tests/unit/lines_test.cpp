@@ -2,12 +2,16 @@
 
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
 #include <malloc.h>
+#include <pthread.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <csignal>
+#include <cstring>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -59,6 +63,29 @@ TEST(Lines, NulBytesHideTheRestOfTheirRead) {
     const auto stream = stream_of(std::string("ab\0cd\nef\n", 9));
     EXPECT_EQ(lengths(stream.get()), (std::vector<int>{2, 3, 0}));
     EXPECT_EQ(lengths(stream_of(std::string("\0ab\n", 4)).get()), std::vector<int>{0});
+}
+
+TEST(Lines, AreReadOnAfterASignal) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const Stream stream(fdopen(ends[0], "r"), &fclose);
+    struct sigaction handler = {}; // without SA_RESTART
+    handler.sa_handler = [](int) {};
+    sigaction(SIGALRM, &handler, nullptr);
+    std::jthread writer([end = ends[1]] {
+        for (const char *piece : {"one ", "line\nand ", "half\n", "rest"}) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            EXPECT_GT(write(end, piece, strlen(piece)), 0);
+        }
+        close(end);
+    });
+    std::jthread alarms([reader = pthread_self()](const std::stop_token &stop) {
+        while (!stop.stop_requested()) {
+            pthread_kill(reader, SIGALRM);
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    });
+    EXPECT_EQ(lengths(stream.get()), (std::vector<int>{9, 9, 4, 0}));
 }
 
 TEST(Lines, ErrorsLeaveNoLine) {

@@ -3,6 +3,7 @@
 #include "torvane.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -103,6 +104,42 @@ TEST_F(Commands, UnwantedOutputNeitherBlocksNorKills) {
     EXPECT_EQ(WTERMSIG(status_of(execute("kill -9 $$", nullptr, nullptr, nullptr))), SIGKILL);
     EXPECT_EQ(WEXITSTATUS(status_of(execute("no-such-command", nullptr, nullptr, nullptr))), 127);
     EXPECT_EQ(execute(nullptr, nullptr, nullptr, nullptr), -1);
+}
+
+TEST_F(Commands, AChildHoldsItsThreeEndsAndNoMore) {
+    const int kept = dup(STDIN_FILENO);
+    for (const bool has_input : {true, false}) { // without one, a pipe's end is descriptor 0
+        if (!has_input) close(STDIN_FILENO);
+        FILE *input = nullptr;
+        FILE *output = nullptr;
+        // What the tool leaves behind has its own streams: the reader must not wait for its end.
+        const pid_t child =
+            execute("sleep 60 </dev/null >/dev/null 2>&1 & read line; echo $line $!", &input, &output, nullptr);
+        fputs("hello\n", input);
+        fclose(input);
+        int left_behind = 0;
+        EXPECT_EQ(sscanf(drained(output).c_str(), "hello %d", &left_behind), 1);
+        EXPECT_EQ(kill(left_behind, SIGKILL), 0) << "ended before its reader";
+        EXPECT_EQ(status_of(child), 0);
+        dup2(kept, STDIN_FILENO);
+    }
+    close(kept);
+}
+
+TEST_F(Commands, WithoutItsPipesACommandDoesNotRun) {
+    rlimit limit = {};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const std::set<int> open = open_descriptors();
+    for (const rlim_t free : {0U, 2U, 3U, 4U, 5U}) {
+        FILE *places[] = {stdin, stdin, stdin};
+        rlimit few = {free, limit.rlim_max};
+        for (const int fd : open) few.rlim_cur += static_cast<rlim_t>(fd) < few.rlim_cur ? 1 : 0;
+        setrlimit(RLIMIT_NOFILE, &few);
+        EXPECT_EQ(execute("touch /tmp/ran", &places[0], &places[1], &places[2]), -1) << free;
+        setrlimit(RLIMIT_NOFILE, &limit);
+        EXPECT_EQ(places[0] == nullptr && places[1] == nullptr && places[2] == nullptr, true) << free;
+    }
+    EXPECT_EQ(file_exists("/tmp/ran"), 0);
 }
 
 TEST_F(Commands, AMachineThatCannotForkEndsTheProcess) {

@@ -105,6 +105,29 @@ TEST_F(UsbMedia, StateFollowsDriverNodeAndPrivateNode) {
     expect_failure("failed to read from /sys/block/sdb/size");
 }
 
+TEST_F(UsbMedia, ThePrivateNodeIsGoneBeforeTheDeviceIsAsked) {
+    const auto disk = world.disk({.name = "sdb", .minor = 16, .serial = "S1"});
+    answers().mknod = [&](const char *path, mode_t, dev_t) {
+        world.device(path, 8, 16, false, disk);
+        return 0;
+    };
+    int commands_sent = 0;
+    disk->answer = [&](const Bytes &) {
+        ++commands_sent;
+        EXPECT_EQ(world.leftovers(), std::vector<std::string>());
+        return std::nullopt;
+    };
+    char name[] = "sdb";
+    ScsiDeviceInfo device = {};
+    device.name = name;
+    EXPECT_EQ(get_drive_information(&device, 0), 0);
+    EXPECT_STREQ(device.serial, "S1");
+    EXPECT_STREQ(device.model, "ATA Example Disk");
+    EXPECT_GT(commands_sent, 0);
+    free(device.serial);
+    free(device.model);
+}
+
 TEST_F(UsbMedia, DiskAndEnclosureAreOneDevice) {
     const Unit disk = {};
     const Unit enclosure = {.name = "", .type = SCSI_TYPE_ENCLOSURE};
@@ -228,7 +251,8 @@ TEST_F(UsbMedia, OpticalDriveTellsTrayAndDisc) {
     std::vector<int> drive_states; // of one attempt after another, the last one for good
     int disc_state = CDS_DATA_1;
     int attempts = 0;
-    drive->request = [&](unsigned long request, void *) -> std::optional<int> {
+    drive->request = [&](unsigned long request, void *slot) -> std::optional<int> {
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(slot), CDSL_CURRENT);
         if (request == CDROM_DISC_STATUS) return disc_state;
         return drive_states[std::min<size_t>(static_cast<size_t>(attempts++), drive_states.size() - 1)];
     };

@@ -1,8 +1,10 @@
 #include "raid_tools.h"
 
 #include <sys/resource.h>
+#include <sys/time.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstring>
 #include <filesystem>
 
@@ -104,6 +106,34 @@ TEST_F(Raid, ControllersOfBothMakersAreReadAndNamed) {
                            "0/2\n"
                            " 0 /dev/sdc [DATA] 8192\n"
                            "   0 /dev/sg_raid_0_2_0 [S0] [ACME D1] (0, 0) 4096\n");
+}
+
+TEST_F(Raid, AToolWhoseEndNobodyCanTellHasFailed) {
+    lspci("");
+    megacli(kLogical, kPhysical);
+    std::signal(SIGCHLD, SIG_IGN); // the kernel then reaps for itself
+    EXPECT_EQ(get_raids_lsi(&list, &count), -1);
+    std::signal(SIGCHLD, SIG_DFL);
+    EXPECT_EQ(text_of(TORVANE_ERROR_RAID), "failed to read raid information with 'timeout 20 megacli -ldinfo -lAll "
+                                           "-aAll' (No child processes)");
+}
+
+TEST_F(Raid, SignalsDoNotShortenWhatToolsSay) {
+    lspci("");
+    answer_presence(false, true);
+    megacli(kLogical, kPhysical);
+    struct sigaction handler = {}; // without SA_RESTART
+    handler.sa_handler = [](int) {};
+    sigaction(SIGALRM, &handler, nullptr);
+    const itimerval often = {{0, 2000}, {0, 2000}};
+    const itimerval never = {};
+    for (int i = 0; i < 5; ++i) {
+        setitimer(ITIMER_REAL, &often, nullptr);
+        const int result = read();
+        setitimer(ITIMER_REAL, &never, nullptr);
+        EXPECT_EQ(result, 0);
+        EXPECT_EQ(described(), kSmallLsi);
+    }
 }
 
 TEST_F(Raid, AMakerWithoutItsToolCostsNothingOneThatFailsItsOwnOrAll) {

@@ -200,6 +200,32 @@ TEST_F(VendorState, DrivesThatCannotBeAskedSayWhy) {
     EXPECT_EQ(state.firmware_size, 7);
 }
 
+TEST_F(VendorState, WhatCannotBeOpenedIsToldInTheCallersCategory) {
+    DeviceSpecification specification = {};
+    DefectCounts defects = {};
+    DeviceGeometry geometry = {};
+    DeviceState state = {};
+    int32_t rotation = 0;
+    const char *path = "/dev/none";
+    const struct {
+        uint32_t category;
+        std::function<int()> call;
+        int result;
+    } kCalls[] = {
+        {TORVANE_ERROR_IDENTITY, [&] { return get_device_specification(-1, path, &specification); }, -7},
+        {TORVANE_ERROR_DEFECTS, [&] { return get_device_defects(-1, path, &defects); }, -3},
+        {TORVANE_ERROR_GEOMETRY, [&] { return get_device_geometry(-1, path, &geometry); }, -62},
+        {TORVANE_ERROR_GEOMETRY, [&] { return get_device_rotation(-1, path, &rotation); }, -8},
+        {TORVANE_ERROR_STATE, [&] { return get_device_state(-1, path, &state); }, -1},
+        {TORVANE_ERROR_STATE, [&] { return get_device_state_full(-1, path, &state); }, -3},
+    };
+    for (const auto &call : kCalls) {
+        set_error_str(call.category, "another");
+        EXPECT_EQ(call.call(), call.result);
+        EXPECT_EQ(text_of(call.category), "failed to open '/dev/none'");
+    }
+}
+
 TEST_F(VendorState, OptionSixteenReadsTheStateOfEachDrive) {
     const auto disk = drive_of("Innodisk 3ME");
     answer_innodisk(*disk, 4);
