@@ -67,7 +67,8 @@ def tool_texts(aggregate):
     command, start, end = (literal_of(child) for child in children[:3])
     names_command = next(children[3].get_tokens()).spelling == "true"
     quoted = f" '{command or '%s'}' (%s)"
-    return [["TORVANE_ERROR_RAID", start + quoted], ["TORVANE_ERROR_RAID", end + (quoted if names_command else " (%s)")]]
+    texts = (start + quoted, end + (quoted if names_command else " (%s)"))
+    return [["TORVANE_ERROR_RAID", text] for text in texts]
 
 
 def read_body(top, node):

@@ -208,7 +208,8 @@ def add_export(exports, cursor, comments):
         export = Export(cursor.spelling, cursor, comments.section(line), comment or "")
     export.kin.append(export.name)
     if export.is_function:
-        export.parameters = [Parameter(item.spelling, item.type, comments.source(item)) for item in cursor.get_arguments()]
+        export.parameters = [Parameter(item.spelling, item.type, comments.source(item))
+                             for item in cursor.get_arguments()]
     exports[export.name] = export
 
 

@@ -6,6 +6,8 @@ from dataclasses import dataclass
 
 from interface import HeaderError, enumeration_of, record_of
 
+# Characters that roff takes for others of its own.
+SPECIAL = str.maketrans({"\\": "\\e", "-": "\\-", "'": "\\(aq", "`": "\\(ga", "^": "\\(ha", "~": "\\(ti", '"': "\\(dq"})
 UNIT = re.compile(r"\b(bytes?|sectors?|logical blocks|rotations per minute|seconds)\b")
 SENTENCE_END = re.compile(r"(?<=[.;:!?])\s+(?=[A-Z`0-9-])|(?<=[.!?])\s+")
 REFERENCE = re.compile(r"(?<![\w.])(\w+)\(\)")
@@ -57,8 +59,7 @@ def record_summary(record):
 
 def escaped(text):
     """Text for the middle of a roff line."""
-    text = text.replace("\\", "\\e").replace("-", "\\-").replace("'", "\\(aq").replace("`", "\\(ga").replace("^", "\\(ha")
-    return text.replace("~", "\\(ti").replace('"', "\\(dq")
+    return text.translate(SPECIAL)
 
 
 def quoted(text):
@@ -108,7 +109,8 @@ class Page:
         else:
             macro = f"Fn {name}"
         opening = f"No {escaped(before)} Ns " if before else ""
-        closing = "".join(f" {mark}" for mark in after) if re.fullmatch(r"[.,;:)!?]*", after) else f" Ns {escaped(after)}"
+        is_punctuation = re.fullmatch(r"[.,;:)!?]*", after)
+        closing = "".join(f" {mark}" for mark in after) if is_punctuation else f" Ns {escaped(after)}"
         self.lines.append(f".{opening}{macro}{closing}")
 
     def listing(self, rows):
@@ -193,7 +195,9 @@ class Writer:
             return "The string is the caller's, who returns it with free()."
         if export.result.spelling == "const char *":
             return "The text is not the caller's and must not be freed."
-        return f"The result is the caller's, who returns it with {self.owners[record][0]}()." if self.is_owner(record) else ""
+        if not self.is_owner(record):
+            return ""
+        return f"The result is the caller's, who returns it with {self.owners[record][0]}()."
 
     def owned_place(self, export, parameter):
         kind, record = parameter.type.spelling, record_of(parameter.type)

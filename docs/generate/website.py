@@ -12,7 +12,8 @@ body { max-width: 56rem; margin: 1rem auto; padding: 0 1rem; font: 1rem/1.5 syst
 pre, code, .Nm, .Fn, .Fa, .Ft, .Va, .Vt, .Dv, .In { font-family: ui-monospace, monospace; font-style: normal; }
 pre { padding: .5rem 1rem; overflow-x: auto; border-left: 3px solid #8888; }
 h1 { font-size: 1.15rem; } h2 { font-size: 1rem; margin-bottom: 0; }
-table.head, table.foot { width: 100%; opacity: .6; } .head-vol { text-align: center; } .head-rtitle { text-align: right; }
+table.head, table.foot { width: 100%; opacity: .6; } .head-vol { text-align: center; }
+.head-rtitle { text-align: right; }
 .permalink { color: inherit; text-decoration: none; }
 dt { margin-top: .3rem; } dd { margin-left: 2rem; } .Bl-compact > dt { margin-top: 0; }
 input { width: 100%; font-size: 1.1rem; padding: .4rem; box-sizing: border-box; }
@@ -71,7 +72,8 @@ def index(model, notes, records):
             items.append(f'<li><a href="{name}.html"><code>{name}</code></a> {html.escape(summary)}</li>')
         parts.append(f"<section><h2>{html.escape(title)}</h2><ul>{''.join(items)}</ul></section>")
 
-    part("Where to begin", [("libtorvane", "the contract of the whole interface"), ("torvane", "the command-line tool")])
+    part("Where to begin",
+         [("libtorvane", "the contract of the whole interface"), ("torvane", "the command-line tool")])
     for title in model.sections:
         part(title, [(name, notes[name].summary) for name, item in model.exports.items() if item.section == title])
     part("Records", records)

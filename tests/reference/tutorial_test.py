@@ -10,6 +10,7 @@ import subprocess
 import sys
 import tempfile
 
+FILES = {"drives.c": "c", "drives.cpp": "cpp", "CMakeLists.txt": "cmake", "drives.py": "python"}
 STRICT = ["-Wall", "-Wextra", "-Wpedantic", "-Werror"]
 
 
@@ -47,13 +48,13 @@ def main():
         flags = run(["pkg-config", "--cflags", "--libs", "libtorvane"], env=environment).split()
 
         blocks = tutorial_blocks(root / "docs/tutorial.md")
-        for name, language in {"drives.c": "c", "drives.cpp": "cpp", "CMakeLists.txt": "cmake", "drives.py": "python"}.items():
+        for name, language in FILES.items():
             (here / name).write_text(blocks[language], encoding="utf-8")
         run(["cc", "-std=c11", *STRICT, "-o", here / "in-c", here / "drives.c", *flags])
         run(["cmake", "-S", here, "-B", here / "build", f"-DCMAKE_CXX_FLAGS={' '.join(STRICT)}"], env=environment)
         run(["cmake", "--build", here / "build"])
-        counts = {list_drives(command, environment)
-                  for command in ([here / "in-c"], [here / "build/drives"], ["/usr/bin/python3", "-B", here / "drives.py"])}
+        programs = [here / "in-c"], [here / "build/drives"], ["/usr/bin/python3", "-B", here / "drives.py"]
+        counts = {list_drives(program, environment) for program in programs}
         if len(counts) != 1:
             sys.exit(f"the three programs disagree: {counts}")
 
