@@ -3,6 +3,7 @@
 #include "inventory/raid/scan.h"
 
 #include <algorithm>
+#include <charconv>
 
 namespace inventory::raid {
 namespace {
@@ -43,6 +44,14 @@ std::string location_of(const PhysicalDrive &drive) {
     return drive.enclosure.empty() ? slot : "enclosure " + drive.enclosure + ", " + slot;
 }
 
+// A number where the tool counts, its text where it names slots ("0b").
+Value number_of(const std::string &told) {
+    std::uint64_t number = 0;
+    const char *end = told.data() + told.size();
+    const auto [rest, error] = std::from_chars(told.data(), end, number);
+    return error == std::errc() && rest == end ? Value(number) : Value(told);
+}
+
 // As md spells its levels.
 std::string level_of(const std::string &level) {
     const bool is_raid = !level.empty() && level[0] >= '0' && level[0] <= '9';
@@ -57,7 +66,7 @@ Thing &add_controller(Machine &machine, const Found &found) {
     };
     thing.tell("name", thing.id(), Source::kDerived);
     thing.tell("type", std::string("controller"), Source::kDerived);
-    tell("number", told.number);
+    tell("number", number_of(told.number));
     tell("model", told.model);
     tell("serial", told.serial);
     tell("firmware", told.firmware);
@@ -78,7 +87,7 @@ Thing &add_logical(Machine &machine, Thing &controller, const LogicalDrive &told
     Thing &thing = machine.add(ThingKind::kLogical, free_id(machine, wanted));
     const auto tell = [&](const char *key, Value value) { thing.tell(key, std::move(value), Source::kTool, tool); };
     thing.tell("type", std::string("logical"), Source::kDerived);
-    tell("number", told.number);
+    tell("number", number_of(told.number));
     tell("label", told.label);
     tell("level", level_of(told.level));
     tell("state", told.state);
@@ -94,7 +103,7 @@ Thing &add_drive(Machine &machine, Thing &controller, const PhysicalDrive &told,
     const auto tell = [&](const char *key, Value value) { thing.tell(key, std::move(value), Source::kTool, tool); };
     thing.tell("type", std::string(name_of(told.role)), Source::kDerived);
     tell("role", std::string(name_of(told.role)));
-    tell("number", told.device_id);
+    tell("number", number_of(told.device_id));
     tell("model", told.model);
     tell("vendor", told.vendor);
     tell("serial", told.serial);

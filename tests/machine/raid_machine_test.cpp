@@ -158,7 +158,6 @@ TEST_F(RaidMachine, TheToolShowsTheSame) {
     std::map<std::string, unsigned> types;
     for (const auto &drive : list.at("drives")) {
         ++types[drive.at("type").get<std::string>()];
-        for (const auto &[target, node] : volumes) EXPECT_NE("/dev/" + drive.at("name").get<std::string>(), node);
     }
     EXPECT_EQ(types["raid-member"], 5U);
 }

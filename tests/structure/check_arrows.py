@@ -27,7 +27,7 @@ INVENTORY = {
     "survey": {"inventory", "reading", "kernel", "usb", "bays", "drives", "raid"},
 }
 # Of the tool: output prints what it is given, commands choose.
-TOOL = {"output": {"output"}, "commands": {"commands", "output", "torvane"}, "torvane": {"torvane", "commands", "output"}}
+TOOL = {"output": {"output"}, "commands": {"commands", "output"}, "torvane": {"commands", "output"}}
 LOCAL = re.compile(r'^\s*#\s*include\s+"([^"]+)"', re.M)
 
 

@@ -18,7 +18,8 @@ import jsonschema
 
 TORVANE = sys.argv[1]
 ROOT = pathlib.Path(sys.argv[2])
-COMMANDS = ["list", "show", "raid", "usb", "mount", "umount", "tray", "wait", "watch", "firmware"]
+COMMANDS = ["list", "show", "find", "raid", "health", "bays", "locate", "usb", "mount", "umount", "tray", "wait", "watch",
+            "firmware", "help"]
 
 
 def run(*arguments, **options):
@@ -39,7 +40,21 @@ def help_options(text):
 class Usage(unittest.TestCase):
     def test_wrong_usage_is_one_line_and_a_pointer(self):
         for arguments, words in [
-            (["--nonsense"], "unexpected argument '--nonsense'"),
+            (["--nonsense"], "unknown option '--nonsense'"),
+            (["list", "--timout", "3"], "did you mean '--timeout'?"),
+            (["lst"], "did you mean 'list'?"),
+            (["help", "shwo"], "did you mean 'show'?"),
+            (["list", "-o", "SERAIL"], "did you mean 'SERIAL'?"),
+            (["usb", "state", "X", "boundd"], "did you mean 'bound'?"),
+            (["usb", "unbind", "SERIAL", "list"], "unexpected argument 'list'"),
+            (["mount", "SERIAL", "list"], "unexpected argument 'list'"),
+            (["-J", "usb", "--nodeps"], "unknown option '--nodeps'"),
+            (["list", "--sort", "NONSENSE"], "unknown column 'NONSENSE'"),
+            (["list", "--filter", "size >"], "expected a value at character 7, found the end"),
+            (["list", "--filter", "size > big"], "expected a number for SIZE"),
+            (["list", "--filter", "(rm"], "expected ')'"),
+            (["list", "--filter", "sise > 1"], "did you mean 'SIZE'?"),
+            (["list", "--filter", "model =~ '('"], "no extended regular expression"),
             (["nonsense"], "unknown command 'nonsense'"),
             (["list", "-o", "NONSENSE"], "unknown column 'NONSENSE'"),
             (["list", "-o", ","], "names no column"),
@@ -65,15 +80,13 @@ class Usage(unittest.TestCase):
                 self.assertEqual(len(lines), 2, result.stderr)
                 self.assertTrue(lines[0].startswith("torvane: "))
                 self.assertIn(words, lines[0])
-                self.assertRegex(lines[1], r"^Try 'torvane( [a-z]+)? --help'")
+                self.assertRegex(lines[1], r"^Try 'torvane( [a-z]+)* --help'")
 
-    def test_every_option_is_in_manual_and_completions(self):
+    def test_every_option_is_in_the_manual(self):
         self.assertRegex(run("--version").stdout, r"^torvane \d+\.\d+\.\d+\n$")
         overview = run("--help")
         self.assertEqual((overview.returncode, overview.stderr), (0, ""))
         manual = (ROOT / "man" / "torvane.1").read_text(encoding="utf-8")
-        folder = ROOT / "tools" / "torvane" / "completions"
-        completions = [(folder / name).read_text(encoding="utf-8") for name in ("torvane.bash", "torvane.fish", "_torvane")]
         options = help_options(overview.stdout)
         for command in COMMANDS:
             self.assertIn(f"  {command} ", overview.stdout)
@@ -86,9 +99,19 @@ class Usage(unittest.TestCase):
         self.assertGreater(len(options), 15)
         for option in sorted(options):
             self.assertRegex(manual, rf"\.It Fl (\w , )?{option[1:]}\b")
-            for text in completions:
-                name = option[2:]
-                self.assertTrue(re.search(rf"(--|-l ){name}\b", text), f"{option} is missing")
+
+    def test_completion_knows_what_may_follow(self):
+        for words, wanted in [([""], set(COMMANDS)), (["list", "--"], {"--filter", "--timeout"}), (["usb", ""], {"bind", "state"}),
+                              (["list", "-o", ""], {"SERIAL", "WWN"}), (["usb", "state", "X", ""], {"node"}),
+                              (["locate", "X", ""], {"on", "off"}), (["list", "--timeout", ""], set())]:
+            result = run("complete", *words)
+            found = set(result.stdout.split())
+            self.assertLessEqual(wanted, found, words)
+            self.assertEqual(bool(wanted), bool(found), words)
+
+    def test_published_schemas_are_what_the_tool_makes(self):
+        for name in run("schema").stdout.split():
+            self.assertEqual(json.loads(run("schema", name).stdout), schema(name), name)
 
     def test_columns_are_listed_and_all_accepted_in_any_case(self):
         lines = run("list", "-H", "-n", "-r").stdout.splitlines()
@@ -127,12 +150,13 @@ class Documents(unittest.TestCase):
 
 class Failures(unittest.TestCase):
     def test_what_is_no_device_is_named(self):
-        for argument, words in [("nowhere", "/dev/nowhere: No such file or directory"),
-                                ("/etc/hostname", "/etc/hostname: not a device"),
+        for argument, words in [("/dev/nowhere", "/dev/nowhere: No such file or directory"),
+                                ("/etc/hostname", "/etc/hostname: not a device of storage"),
+                                ("/dev/null", "/dev/null: not a device of storage"),
                                 ("/nowhere/" + "x" * 5000, "File name too long")]:
-            for command in ("list", "tray"):
-                result = run(command, argument)
-                self.assertEqual((result.returncode, result.stdout), (1, ""))
+            for command in ("list", "tray", "show", "firmware -o /nowhere/image".split()):
+                result = run(*([command] if isinstance(command, str) else command), argument)
+                self.assertEqual((result.returncode, result.stdout), (1, ""), result.stderr)
                 self.assertIn(words, result.stderr)
         result = run("show", "no-such-serial")
         self.assertEqual(result.returncode, 1)
@@ -144,7 +168,7 @@ class Failures(unittest.TestCase):
         self.assertEqual(result.returncode, 1)
         self.assertIn("No space left on device", result.stderr)
 
-    def test_an_ordinary_user_reads_the_remedy_once(self):
+    def test_an_ordinary_user_sees_what_the_kernel_tells_everybody(self):
         if os.geteuid() != 0:
             self.skipTest("only root can become somebody else")
         lines = pathlib.Path("/proc/partitions").read_text(encoding="utf-8").splitlines()[2:]
@@ -158,8 +182,8 @@ class Failures(unittest.TestCase):
             os.setuid(65534)
 
         result = run("list", preexec_fn=become_nobody, cwd="/")
-        self.assertEqual(result.returncode, 64, result.stderr)
-        self.assertEqual(result.stderr.count("needs root"), 1, result.stderr)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertLessEqual(len(result.stderr.splitlines()), 1, result.stderr)
         self.assertIn(disks[0], result.stdout)
 
 
@@ -178,26 +202,26 @@ class Raid(unittest.TestCase):
                 os.symlink(found, os.path.join(folder, needed))
             return run("raid", *arguments, env={"PATH": folder})
 
-    def test_without_a_tool_it_says_which_are_missing(self):
+    def test_without_controller_and_tool_all_is_well(self):
         result = self.raid({})
-        self.assertEqual(result.returncode, 64)
-        for tool in ("megacli", "arcconf"):
-            self.assertIn(f"torvane: {tool}: not found on the PATH", result.stderr)
-        self.assertEqual(json.loads(self.raid({}, "-J").stdout)["controllers"], [])
+        self.assertEqual((result.returncode, result.stdout, result.stderr), (0, "", "torvane: no RAID controllers\n"))
+        document = json.loads(self.raid({}, "-J").stdout)
+        jsonschema.validate(document, schema("raid"))
+        self.assertEqual(document["controllers"], [])
 
     def test_a_broken_tool_is_named_and_nothing_but_json_is_printed(self):
         result = self.raid({"megacli": "echo noise; echo trouble >&2; exit 3\n"}, "-J")
         self.assertEqual(result.returncode, 64)
         document = json.loads(result.stdout)
         jsonschema.validate(document, schema("raid"))
-        self.assertRegex(result.stderr, r"torvane: megacli: .*exit code 3")
+        self.assertRegex(result.stderr, r"torvane: megacli .*unexpected answer: noise")
         self.assertNotIn("arcconf", result.stderr)
 
     def test_a_tool_that_never_ends_ends_here(self):
         before = time.monotonic()
-        result = self.raid({"arcconf": "sleep 300\n"}, "--timeout", "0.5")
+        result = self.raid({"storcli64": "sleep 300\n"}, "--timeout", "1")
         self.assertEqual(result.returncode, 64)
-        self.assertIn("arcconf: no answer within 1 s", result.stderr)
+        self.assertIn("storcli64: no answer within 1 s", result.stderr)
         self.assertLess(time.monotonic() - before, 20)
 
 

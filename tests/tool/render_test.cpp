@@ -2,6 +2,7 @@
 #include "output/text.h"
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <cstdlib>
 #include <memory>
@@ -10,13 +11,17 @@ namespace {
 
 using namespace tool;
 
-constexpr Column kName{"NAME", "name", Kind::kName, "", 3};
-constexpr Column kModel{"MODEL", "model", Kind::kText, "", 1, true};
-constexpr Column kSize{"SIZE", "size", Kind::kBytes, "", 3};
+using inventory::Cost;
+constexpr Column kName{"name", "NAME", Kind::kDevice, "", "", 3, Cost::kKernel, ""};
+constexpr Column kModel{"model", "MODEL", Kind::kText, "", "", 1, Cost::kKernel, ""};
+constexpr Column kSize{"size", "SIZE", Kind::kBytes, "", "", 3, Cost::kKernel, ""};
 
 Table one_disk(const std::string &model) {
-    Row part{1, {std::string("/dev/sda1"), {}, std::uint64_t{1} << 20}, {}, false};
-    Row disk{0, {std::string("/dev/sda"), model, std::uint64_t{500107862016}}, {{"partitions", {part}}}, false};
+    Row part{2, {{std::string("/dev/sda1"), {}}, {}, {std::uint64_t{1} << 20, {}}}, {}, false};
+    Row disk{1,
+             {{std::string("/dev/sda"), {}}, {model, {}}, {std::uint64_t{500107862016}, {}}},
+             {{"partitions", {part}}},
+             false};
     return {{&kName, &kModel, &kSize}, {"drives", {disk}}};
 }
 

@@ -38,13 +38,8 @@ class FirmwareCommand : public WorldTest {
         };
     }
 
-    static int run(std::vector<std::string> words) {
-        CLI::App app;
-        tool::Action chosen;
-        tool::add_firmware_command(app, chosen);
-        std::reverse(words.begin(), words.end());
-        app.parse(words);
-        return chosen();
+    static int run(const std::vector<std::string> &words) {
+        return tool::run_line(words, tool::add_commands);
     }
 
     static std::vector<std::string> files() {

@@ -1,16 +1,24 @@
 // One file each, registered in the order in which the help names them.
 #pragma once
 
-#include "options.h"
+#include "commands/command_line.h"
 
 namespace tool {
 
-void add_list_command(CLI::App &tool, Action &chosen);
-void add_show_command(CLI::App &tool, Action &chosen);
-void add_raid_command(CLI::App &tool, Action &chosen);
-void add_usb_command(CLI::App &tool, Action &chosen);
-void add_mount_commands(CLI::App &tool, Action &chosen); // mount, umount, tray
-void add_wait_commands(CLI::App &tool, Action &chosen);  // wait, watch
-void add_firmware_command(CLI::App &tool, Action &chosen);
+void add_list_command(const Command &tool);
+void add_show_command(const Command &tool);
+void add_find_command(const Command &tool);
+void add_raid_command(const Command &tool);
+void add_health_command(const Command &tool);
+void add_bay_commands(const Command &tool); // bays, locate
+void add_usb_command(const Command &tool);
+void add_mount_commands(const Command &tool); // mount, umount, tray
+void add_wait_command(const Command &tool);
+void add_watch_command(const Command &tool);
+void add_firmware_command(const Command &tool);
+void add_help_command(const Command &tool);
+void add_schema_command(const Command &tool); // hidden
+
+void add_commands(const Command &tool); // all of them
 
 } // namespace tool

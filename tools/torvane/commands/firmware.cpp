@@ -1,8 +1,9 @@
 // torvane firmware: a drive's firmware image as a file.
+#include "commands/calls.h"
 #include "commands/commands.h"
-#include "devices.h"
-#include "isolate.h"
-#include "records.h"
+#include "commands/devices.h"
+
+#include <torvane.h>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -35,27 +36,25 @@ Wire read_image(const std::string &path) {
     if (image && state.firmware_size > 0) {
         return {{"image", Wire::binary({image.get(), image.get() + state.firmware_size})}};
     }
-    const std::string words = words_about({TORVANE_ERROR_STATE, TORVANE_ERROR_IDENTITY});
     if (result == 0) return {{"error", "the library knows no way to read firmware from this maker's drives"}};
-    return {{"error", words.empty() ? "the drive did not give its firmware" : words}};
+    return {
+        {"error", words_about({TORVANE_ERROR_STATE, TORVANE_ERROR_IDENTITY}, "the drive did not give its firmware")}};
 }
 
-Outcome read_with_progress(const FirmwareOptions &options, const std::string &path) {
+Ended read_with_progress(const FirmwareOptions &options, const std::string &path) {
     const bool on_terminal = isatty(STDERR_FILENO) == 1;
     const auto started = std::chrono::steady_clock::now();
-    Outcome outcome;
-    Isolation isolation(to_limit(options.timeout));
-    isolation.add({[&path] { return read_image(path); }, [&outcome](Outcome result) { outcome = std::move(result); }});
+    std::function<void()> tick;
     if (on_terminal) {
-        isolation.on_tick([&] {
+        tick = [&] {
             const auto passed = std::chrono::steady_clock::now() - started;
             std::fprintf(stderr, "\rreading firmware of %s: %lld s", path.c_str(),
                          static_cast<long long>(std::chrono::duration_cast<std::chrono::seconds>(passed).count()));
-        });
+        };
     }
-    isolation.run();
+    Ended ended = run_isolated([&path] { return read_image(path); }, to_limit(options.timeout), tick);
     if (on_terminal) std::fprintf(stderr, "\r\033[K");
-    return outcome;
+    return ended;
 }
 
 // A file beside its place, gone again unless it is put there. Signals wait for as long as it exists, so that
@@ -110,17 +109,16 @@ int run(const FirmwareOptions &options) {
         complain(options.file + ": exists already; --force replaces it");
         return kFailed;
     }
-    std::vector<Failure> failures;
-    const std::vector<std::string> paths = resolve_devices({options.device}, false, failures);
-    tell(failures);
-    if (paths.empty()) return kFailed;
-    const Outcome outcome = read_with_progress(options, paths.front());
-    const bool done = outcome.state == Outcome::State::kDone;
-    if (!done || !outcome.result.contains("image")) {
-        complain(paths.front() + ": " + (done ? outcome.result.at("error").get<std::string>() : outcome.words));
+    const Found found = look_up(options.device, to_limit(options.timeout));
+    const inventory::Thing *drive = only_one(found, options.device);
+    if (drive == nullptr) return kFailed;
+    const std::string path = drive->text("path");
+    const Ended ended = read_with_progress(options, path);
+    if (const std::string words = error_of(ended); !words.empty()) {
+        complain(path + ": " + words);
         return kFailed;
     }
-    const Wire::binary_t &image = outcome.result.at("image").get_binary();
+    const Wire::binary_t &image = ended.result.at("image").get_binary();
     if (!NewFile(options.file).keep(image, options.force)) {
         complain(options.file + ": cannot be written: " + std::strerror(errno));
         return kFailed;
@@ -131,14 +129,13 @@ int run(const FirmwareOptions &options) {
 
 } // namespace
 
-void add_firmware_command(CLI::App &tool, Action &chosen) {
+void add_firmware_command(const Command &tool) {
     const auto options = std::make_shared<FirmwareOptions>();
-    CLI::App &command = add_command(tool, chosen, "firmware", "Write a drive's firmware image to a file.",
-                                    [options] { return run(*options); });
-    command.add_option("DEVICE", options->device, "the drive")->required();
-    command.add_option("-o,--output", options->file, "the file to write")->required()->option_text("FILE");
-    command.add_flag("--force", options->force, "replace the file if it exists");
-    add_timeout_option(command, options->timeout);
+    tool.add("firmware", "Write a drive's firmware image to a file.", [options] { return run(*options); })
+        .argument("DEVICE", options->device, "the drive: device name, serial number ...")
+        .option("-o,--output", options->file, "FILE", "the file to write", true)
+        .flag("--force", options->force, "replace the file if it exists")
+        .timeout(options->timeout);
 }
 
 } // namespace tool

@@ -1,9 +1,13 @@
 // torvane mount, umount, tray: what is on a stick or in an optical drive.
+#include "commands/calls.h"
 #include "commands/commands.h"
-#include "devices.h"
-#include "drives.h"
-#include "records.h"
-#include "usb.h"
+#include "commands/devices.h"
+#include "commands/usb_devices.h"
+#include "output/table.h"
+
+#include <nlohmann/json.hpp>
+
+#include <torvane.h>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -17,42 +21,35 @@ namespace {
 namespace fs = std::filesystem;
 
 struct MountOptions {
-    OutputOptions output;
-    double timeout = kDefaultLimit.count();
+    bool json = false;
+    double timeout = kDefaultSeconds;
     std::string target;
 };
-
-std::string words_or(std::initializer_list<uint32_t> categories, const char *otherwise) {
-    const std::string words = words_about(categories);
-    return words.empty() ? otherwise : words;
-}
 
 // The directory, or the reason why there is none.
 Wire mount_in_child(const std::string &serial) {
     char *directory = nullptr;
     if (create_and_mount_in_temp_dir(serial.c_str(), &directory) != 0) {
-        return {{"error", words_or({TORVANE_ERROR_MOUNT, TORVANE_ERROR_DEVICE}, "the file system cannot be mounted")}};
+        return {
+            {"error", words_about({TORVANE_ERROR_MOUNT, TORVANE_ERROR_DEVICE}, "the file system cannot be mounted")}};
     }
     const std::unique_ptr<char, decltype(&std::free)> owned(directory, &std::free);
     return {{"directory", std::string(directory)}};
 }
 
-int failed(const std::string &target, const Outcome &outcome) {
-    const bool done = outcome.state == Outcome::State::kDone;
-    complain(target + ": " + (done ? outcome.result.at("error").get<std::string>() : outcome.words));
+int failed(const std::string &target, const std::string &words) {
+    complain(target + ": " + words);
     return kFailed;
 }
 
 int mount(const MountOptions &options) {
     const auto limit = to_limit(options.timeout);
-    Selected selected;
-    if (!select_one(options.target, limit, selected)) return kFailed;
-    const Outcome outcome = run_isolated([&options] { return mount_in_child(options.target); }, limit);
-    if (outcome.state != Outcome::State::kDone || !outcome.result.contains("directory")) {
-        return failed(options.target, outcome);
-    }
-    const auto directory = outcome.result.at("directory").get<std::string>();
-    if (options.output.json) {
+    UsbChoice choice;
+    if (!choose_usb(options.target, limit, choice)) return kFailed;
+    const Ended ended = run_isolated([&choice] { return mount_in_child(choice.serial); }, limit);
+    if (const std::string words = error_of(ended); !words.empty()) return failed(options.target, words);
+    const auto directory = ended.result.at("directory").get<std::string>();
+    if (options.json) {
         print_json({{"schema_version", kSchemaVersion}, {"directory", directory}}, stdout);
     } else {
         std::printf("%s\n", directory.c_str());
@@ -86,36 +83,37 @@ int umount(const MountOptions &options) {
         complain(options.target + ": " + objection);
         return kFailed;
     }
-    const Outcome outcome = run_isolated(
+    const Ended ended = run_isolated(
         [&directory]() -> Wire {
             if (remove_and_umount_in_temp_dir(directory.c_str()) == 0) return nullptr;
-            return {{"error", words_or({TORVANE_ERROR_MOUNT}, "it cannot be unmounted")}};
+            return {{"error", words_about({TORVANE_ERROR_MOUNT}, "it cannot be unmounted")}};
         },
         to_limit(options.timeout));
-    if (outcome.state == Outcome::State::kDone && outcome.result.is_null()) return kDone;
-    return failed(options.target, outcome);
+    const std::string words = error_of(ended);
+    return words.empty() ? static_cast<int>(kDone) : failed(options.target, words);
 }
 
 Wire read_tray(const std::string &path) {
     uint32_t open = 0;
     uint32_t disc = 0;
     if (get_optical_drive_status(path.c_str(), &open, &disc) != 0) {
-        return {{"error", words_or({TORVANE_ERROR_DEVICE}, "its tray cannot be read")}};
+        return {{"error", words_about({TORVANE_ERROR_DEVICE}, "its tray cannot be read")}};
     }
     return {{"tray_open", open != 0}, {"has_disc", disc != 0}};
 }
 
+bool is_optical(const inventory::Thing &thing) { return thing.kind() == inventory::ThingKind::kOptical; }
+
 int tray(const MountOptions &options) {
-    std::vector<Failure> failures;
-    const std::vector<std::string> paths = resolve_devices({options.target}, false, failures);
-    tell(failures);
-    if (paths.empty()) return kFailed;
-    const std::string &path = paths.front();
-    const Outcome outcome = run_isolated([&path] { return read_tray(path); }, to_limit(options.timeout));
-    if (outcome.state != Outcome::State::kDone || outcome.result.contains("error")) return failed(path, outcome);
-    const bool is_open = outcome.result.at("tray_open").get<bool>();
-    const bool has_disc = outcome.result.at("has_disc").get<bool>();
-    if (options.output.json) {
+    const Found found = look_up(options.target, to_limit(options.timeout), is_optical);
+    const inventory::Thing *drive = only_one(found, options.target, "an optical drive");
+    if (drive == nullptr) return kFailed;
+    const std::string path = drive->text("path");
+    const Ended ended = run_isolated([&path] { return read_tray(path); }, to_limit(options.timeout));
+    if (const std::string words = error_of(ended); !words.empty()) return failed(path, words);
+    const bool is_open = ended.result.at("tray_open").get<bool>();
+    const bool has_disc = ended.result.at("has_disc").get<bool>();
+    if (options.json) {
         print_json(
             {{"schema_version", kSchemaVersion}, {"device", path}, {"tray_open", is_open}, {"has_disc", has_disc}},
             stdout);
@@ -126,24 +124,22 @@ int tray(const MountOptions &options) {
     return kDone;
 }
 
-void add_one(CLI::App &tool, Action &chosen, const char *name, const char *summary, const char *argument,
-             const char *help, int (*action)(const MountOptions &), bool with_json) {
-    const auto options = std::make_shared<MountOptions>();
-    CLI::App &command = add_command(tool, chosen, name, summary, [options, action] { return action(*options); });
-    command.add_option(argument, options->target, help)->required();
-    if (with_json) add_json_option(command, options->output);
-    add_timeout_option(command, options->timeout);
-}
-
 } // namespace
 
-void add_mount_commands(CLI::App &tool, Action &chosen) {
-    add_one(tool, chosen, "mount", "Mount a USB stick read-only in a new directory and print it.", "SERIAL",
-            "the beginning of one serial number", mount, true);
-    add_one(tool, chosen, "umount", "Unmount what 'mount' mounted and remove its directory.", "DIRECTORY",
-            "the directory that 'mount' printed", umount, false);
-    add_one(tool, chosen, "tray", "Tell whether an optical drive is open and holds a disc.", "DEVICE",
-            "an optical drive: sr0, /dev/sr0 ...", tray, true);
+void add_mount_commands(const Command &tool) {
+    const auto options = std::make_shared<MountOptions>();
+    tool.add("mount", "Mount a USB stick read-only in a new directory and print it.",
+             [options] { return mount(*options); })
+        .argument("SERIAL", options->target, "serial number, device name or any text of it")
+        .json(options->json)
+        .timeout(options->timeout);
+    tool.add("umount", "Unmount what 'mount' mounted and remove its directory.", [options] { return umount(*options); })
+        .argument("DIRECTORY", options->target, "the directory that 'mount' printed")
+        .timeout(options->timeout);
+    tool.add("tray", "Tell whether an optical drive is open and holds a disc.", [options] { return tray(*options); })
+        .argument("DEVICE", options->target, "an optical drive: sr0, /dev/sr0, its serial number ...")
+        .json(options->json)
+        .timeout(options->timeout);
 }
 
 } // namespace tool

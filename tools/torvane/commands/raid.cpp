@@ -1,111 +1,148 @@
-// torvane raid: controllers, their logical drives and member drives as a tree.
+// torvane raid: controllers with their logical drives and drives, and md arrays with their members, as a tree.
 #include "commands/commands.h"
-#include "drives.h"
-#include "raid.h"
+#include "commands/looks.h"
+#include "inventory/raid/health.h"
 
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
 #include <memory>
+#include <set>
 
 namespace tool {
 namespace {
 
+using inventory::RelationKind;
+using inventory::Thing;
+using inventory::ThingKind;
+
 struct RaidOptions {
-    OutputOptions output;
-    double timeout = kDefaultLimit.count();
+    ListingOptions output;
+    double timeout = kDefaultSeconds;
 };
 
-constexpr unsigned kController = 1;
-constexpr unsigned kLogical = 2;
-constexpr unsigned kDrive = 4;
+constexpr unsigned kRaidKinds = inventory::bit(ThingKind::kController) | inventory::bit(ThingKind::kLogical) |
+                                inventory::bit(ThingKind::kMember) | inventory::bit(ThingKind::kArray) |
+                                inventory::bit(ThingKind::kDrive) | inventory::bit(ThingKind::kPartition);
 
-constexpr Column kColumns[] = {
-    {"NAME", "name", Kind::kName, "", kController | kLogical | kDrive},
-    {"TYPE", "type", Kind::kText, "", kController | kLogical | kDrive},
-    {"NUMBER", "number", Kind::kNumber, "", kController | kLogical | kDrive},
-    {"LABEL", "label", Kind::kText, "", kLogical},
-    {"MODEL", "model", Kind::kText, "", kDrive, true},
-    {"SERIAL", "serial", Kind::kText, "", kDrive, true},
-    {"SIZE", "size", Kind::kBytes, "", kLogical | kDrive},
-    {"LOCATION", "location", Kind::kText, "", kDrive},
-    {"MATCH", "match", Kind::kText, "", kLogical | kDrive},
-};
-
-Value text(const Wire &record, const char *key) {
-    const Wire &value = record.at(key);
-    return value.is_null() ? Value() : Value(value.get<std::string>());
-}
-Value number(const Wire &record) { return record.at("number").get<std::int64_t>(); }
-Value size(const Wire &record) { return record.at("size").get<std::uint64_t>(); }
-Value word(const char *word) { return std::string(word); }
-
-Row drive_row(const Wire &drive, const char *type, unsigned level) {
-    return {level,
-            {text(drive, "device"),
-             word(type),
-             number(drive),
-             {},
-             text(drive, "model"),
-             text(drive, "serial"),
-             size(drive),
-             text(drive, "location"),
-             text(drive, "match")},
-            {},
-            false};
+void sort_by_id(std::vector<const Thing *> &things) {
+    std::sort(things.begin(), things.end(),
+              [](const Thing *a, const Thing *b) { return inventory::natural_less(a->id(), b->id()); });
 }
 
-Branch drives_of(const Wire &drives, const char *type) {
-    Branch branch{"drives", {}};
-    for (const Wire &drive : drives) branch.rows.push_back(drive_row(drive, type, 2));
+std::vector<const Thing *> things_of(const inventory::Machine &machine, ThingKind kind) {
+    std::vector<const Thing *> things;
+    for (const Thing &thing : machine.things()) {
+        if (thing.kind() == kind) things.push_back(&thing);
+    }
+    sort_by_id(things);
+    return things;
+}
+
+std::vector<const Thing *> related(const std::vector<Thing *> &others, ThingKind kind) {
+    std::vector<const Thing *> things;
+    for (const Thing *other : others) {
+        if (other->kind() == kind) things.push_back(other);
+    }
+    sort_by_id(things);
+    return things;
+}
+
+Node node_of(const Thing &thing, const std::set<std::string> &ill) { return {&thing, 0, ill.contains(thing.id()), {}}; }
+
+NodeBranch branch_of(const char *key, const std::vector<const Thing *> &things, const std::set<std::string> &ill) {
+    NodeBranch branch{key, {}};
+    for (const Thing *thing : things) branch.nodes.push_back(node_of(*thing, ill));
     return branch;
 }
 
-Row logical_row(const Wire &group) {
-    return {1,
-            {text(group, "device"),
-             word("logical"),
-             number(group),
-             text(group, "name"),
-             {},
-             {},
-             size(group),
-             {},
-             text(group, "match")},
-            {drives_of(group.at("drives"), "member")},
-            false};
+Node logical_node(const Thing &logical, const std::set<std::string> &ill) {
+    Node node = node_of(logical, ill);
+    std::vector<Thing *> drives = logical.related_to(RelationKind::kMemberOf);
+    const std::vector<Thing *> spares = logical.related_to(RelationKind::kSpareFor);
+    drives.insert(drives.end(), spares.begin(), spares.end());
+    node.branches.push_back(branch_of("drives", related(drives, ThingKind::kMember), ill));
+    return node;
 }
 
-Row controller_row(const Wire &controller) {
-    const std::string name =
-        controller.at("maker").get<std::string>() + " " + std::to_string(controller.at("number").get<std::int64_t>());
-    Branch logical{"logical_drives", {}};
-    for (const Wire &group : controller.at("groups")) logical.rows.push_back(logical_row(group));
-    return {0,
-            {name, word("controller"), number(controller), {}, {}, {}, {}, {}, {}},
-            {std::move(logical), drives_of(controller.at("drives"), "unassigned")},
-            false};
+Node controller_node(const Thing &controller, const std::set<std::string> &ill) {
+    Node node = node_of(controller, ill);
+    const std::vector<Thing *> behind = controller.related_to(RelationKind::kBehind);
+    NodeBranch logical{"logical_drives", {}};
+    for (const Thing *drive : related(behind, ThingKind::kLogical)) logical.nodes.push_back(logical_node(*drive, ill));
+    std::vector<const Thing *> others = related(behind, ThingKind::kMember);
+    std::erase_if(others, [](const Thing *drive) {
+        return !drive->related(RelationKind::kMemberOf).empty() || !drive->related(RelationKind::kSpareFor).empty();
+    });
+    node.branches.push_back(std::move(logical));
+    node.branches.push_back(branch_of("drives", others, ill));
+    return node;
+}
+
+Node array_node(const Thing &array, const std::set<std::string> &ill) {
+    Node node = node_of(array, ill);
+    std::vector<const Thing *> members;
+    for (const Thing *member : array.related(RelationKind::kBuiltOn)) members.push_back(member);
+    sort_by_id(members);
+    node.branches.push_back(branch_of("drives", members, ill));
+    return node;
+}
+
+std::set<std::string> ill_things(const inventory::Machine &machine) {
+    std::set<std::string> ids;
+    for (const inventory::Problem &problem : inventory::problems_of(machine)) ids.insert(problem.thing->id());
+    return ids;
+}
+
+// One document with both kinds; the other formats have one list.
+void print(const RaidOptions &options, const Listing &listing, std::vector<Node> controllers,
+           std::vector<Node> arrays) {
+    const Style style = options.output.style();
+    if (style.format == Format::kJson) {
+        Json document = listing.document(std::move(controllers), style);
+        document["arrays"] = listing.document(std::move(arrays), style).at("controllers");
+        print_json(document, stdout);
+        return;
+    }
+    std::move(arrays.begin(), arrays.end(), std::back_inserter(controllers));
+    listing.print(std::move(controllers), stdout);
 }
 
 int run(const RaidOptions &options) {
-    std::vector<Failure> failures;
-    const Wire controllers = find_controllers(to_limit(options.timeout), failures);
-    Table table;
-    for (const Column &column : kColumns) table.columns.push_back(&column);
-    table.root.key = "controllers";
-    for (const Wire &controller : controllers) table.root.rows.push_back(controller_row(controller));
-    if (options.output.json || !controllers.empty()) print_table(table, options.output.style(), stdout);
-    tell(failures);
-    if (controllers.empty() && failures.empty() && !options.output.json) complain("no RAID controllers found");
+    if (options.output.list_columns) {
+        print_columns(options.output, kRaidKinds, stdout);
+        return kDone;
+    }
+    const Listing listing(options.output, {"controllers",
+                                           kRaidKinds,
+                                           {"NAME", "TYPE", "NUMBER", "LABEL", "LEVEL", "STATE", "MODEL", "SERIAL",
+                                            "SIZE", "LOCATION", "MATCH"}});
+    inventory::Request request;
+    request.raid = true;
+    request.limit = to_limit(options.timeout);
+    const inventory::Machine machine = inventory::survey(request);
+    const std::set<std::string> ill = ill_things(machine);
+    std::vector<Node> controllers;
+    for (const Thing *thing : things_of(machine, ThingKind::kController))
+        controllers.push_back(controller_node(*thing, ill));
+    std::vector<Node> arrays;
+    for (const Thing *thing : things_of(machine, ThingKind::kArray)) arrays.push_back(array_node(*thing, ill));
+    const bool has_controllers = !controllers.empty();
+    print(options, listing, std::move(controllers), std::move(arrays));
+    const Troubles troubles = raid_troubles(machine);
+    tell(troubles);
+    if (!has_controllers && troubles.empty() && !options.output.is_json()) complain("no RAID controllers");
     // Without a tool nothing was looked at, and the empty answer is no more than a part.
-    return exit_code(failures, true);
+    return exit_code(troubles, true);
 }
 
 } // namespace
 
-void add_raid_command(CLI::App &tool, Action &chosen) {
+void add_raid_command(const Command &tool) {
     const auto options = std::make_shared<RaidOptions>();
-    CLI::App &command = add_command(tool, chosen, "raid", "Show RAID controllers, logical drives and member drives.",
-                                    [options] { return run(*options); });
-    add_output_options(command, options->output);
-    add_timeout_option(command, options->timeout);
+    tool.add("raid", "Show RAID controllers and arrays, and the drives in them.", [options] { return run(*options); })
+        .listing(options->output)
+        .timeout(options->timeout);
 }
 
 } // namespace tool

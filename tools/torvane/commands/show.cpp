@@ -1,210 +1,205 @@
-// torvane show: everything known about one drive, and what could not be read of it.
+// torvane show: everything known about one thing, who says so, and what could not be read of it.
 #include "commands/commands.h"
-#include "devices.h"
-#include "drive_columns.h"
-#include "raid.h"
+#include "commands/devices.h"
+#include "commands/looks.h"
+#include "commands/trees.h"
 #include "output/text.h"
 
-#include <algorithm>
-#include <functional>
+#include <nlohmann/json.hpp>
+
 #include <memory>
 
 namespace tool {
 namespace {
 
+using inventory::Fact;
+using inventory::Thing;
+using inventory::ThingKind;
+using inventory::Word;
+
 struct ShowOptions {
-    OutputOptions output;
-    double timeout = kDefaultLimit.count();
+    ListingOptions output;
+    double timeout = kDefaultSeconds;
     std::string target;
 };
 
-constexpr DriveOptions kEverything =
-    DRIVE_OPTION_GEOMETRY | DRIVE_OPTION_IDENTITY | DRIVE_OPTION_DEFECTS | DRIVE_OPTION_STATE | DRIVE_OPTION_USB;
-
-// The lines for people; what a drive does not have is left out.
-struct Line {
-    const char *label;
-    const char *column;
-    const char *unit;
-};
-constexpr Line kLines[] = {
-    {"Type", "TYPE", ""},
-    {"Model", "MODEL", ""},
-    {"Serial number", "SERIAL", ""},
-    {"Size", "SIZE", " bytes"},
-    {"Logical block", "SECTOR", " bytes"},
-    {"Blocks", "BLOCKS", ""},
-    {"Rotation", "RPM", " rpm"},
-    {"Device numbers", "MAJ:MIN", ""},
-    {"Kind", "KIND", ""},
-    {"Generic node", "GENERIC", ""},
-    {"Start", "START", " sectors of 512 bytes"},
-    {"Status", "STATUS", ""},
-    {"Permission", "PERMISSION", ""},
-    {"Location", "LOCATION", ""},
-    {"RAID device", "RAID-DEVICE", ""},
-};
+constexpr unsigned kAnything = ~0U;
+constexpr int kLabelWidth = 20;
 
 void print_line(std::string_view label, std::string_view text) {
-    std::printf("  %-16s %s\n", std::string(label).c_str(), printable(text).c_str());
+    std::printf("  %-*s %s\n", kLabelWidth, std::string(label).c_str(), printable(text).c_str());
 }
 
-void print_defects(const char *label, int32_t entries, uint32_t bytes) {
-    if (entries < 0) return;
-    print_line(label, std::to_string(entries) + " entries (" + std::to_string(bytes) + " bytes)");
+// "Serial number" of "serial number": the table's meaning up to its first aside.
+std::string label_of(const Column &column) {
+    std::string label = column.heading;
+    for (std::size_t i = 1; i < label.size(); ++i) {
+        if (std::isalpha(static_cast<unsigned char>(label[i - 1])) != 0) {
+            label[i] = static_cast<char>(std::tolower(static_cast<unsigned char>(label[i])));
+        }
+    }
+    return label;
 }
 
-std::string value_text(const Line &line, const Drive &drive) {
-    const DriveColumn &column = *find_drive_column(line.column);
-    Style style;
-    style.paths = true;
-    style.bytes = true;
-    const std::string text = to_text(column.column, column.of_drive(drive), style);
-    const bool is_whole_disk = column.of_drive == find_drive_column("START")->of_drive && text == "0";
-    if (text.empty() || is_whole_disk) return {};
-    const std::optional<uint64_t> size = size_of(*drive.record);
-    const bool is_size = column.column.kind == Kind::kBytes && size && *size >= 1024;
-    return is_size ? human_size(*size) + " (" + text + line.unit + ")" : text + line.unit;
+std::string with_unit(const Column &column, const Value &value) {
+    Style whole;
+    whole.paths = true;
+    whole.bytes = true;
+    std::string text = to_text(column, value, whole);
+    const auto *bytes = std::get_if<std::uint64_t>(&value);
+    const std::string unit = *column.unit == '\0' ? "" : std::string(" ") + column.unit;
+    const bool is_large = column.kind == Kind::kBytes && bytes != nullptr && *bytes >= 1024;
+    return is_large ? human_size(*bytes) + " (" + text + unit + ")" : text + unit;
 }
 
-void print_partitions(const PartitionList &partitions) {
-    if (partitions.count == 0) return;
-    std::printf("\nPartitions:\n");
-    for (uint32_t i = 0; i < partitions.count; ++i) {
-        const PartitionRecord &partition = partitions.entries[i];
-        print_line(partition.name ? partition.name : "", human_size(partition.size));
+std::string source_of(const Word &word) {
+    const std::string name = inventory::name_of(word.source);
+    return word.detail.empty() ? name : name + ", " + word.detail;
+}
+
+void print_fact(const Column &column, const Fact &fact) {
+    if (fact.words.empty()) return;
+    print_line(label_of(column), with_unit(column, fact.value()));
+    if (!fact.disputed) return;
+    for (const Word &word : fact.words) print_line("", "  " + with_unit(column, word.value) + ": " + source_of(word));
+}
+
+void print_reasons(const Thing &thing, const Columns &columns) {
+    bool any = false;
+    for (const Column *column : columns) {
+        const Cell cell = cell_of(thing, *column);
+        if (!inventory::is_missing(cell.value) || cell.reason.empty()) continue;
+        if (!std::exchange(any, true)) std::printf("\nNot told:\n");
+        print_line(label_of(*column), cell.reason);
+    }
+    for (const inventory::Trouble &trouble : thing.troubles) {
+        if (!trouble.essential) continue;
+        if (!std::exchange(any, true)) std::printf("\nNot told:\n");
+        print_line(trouble.what.empty() ? "device" : trouble.what, trouble.words);
     }
 }
 
-void print_failures(const std::vector<Failure> &failures) {
-    if (failures.empty()) return;
-    std::printf("\nNot read:\n");
-    for (const Failure &failure : failures) {
-        print_line(failure.reader.empty() ? "device" : failure.reader,
-                   failure.words.empty() ? "not told by this device" : failure.words);
+void print_below(const char *title, const Thing &thing, inventory::RelationKind kind) {
+    bool any = false;
+    for (const Thing *other : thing.related_to(kind)) {
+        if (!std::exchange(any, true)) std::printf("\n%s:\n", title);
+        const auto size = other->number("size");
+        std::string text = size ? human_size(*size) : "";
+        for (const char *key : {"fs_type", "fs_label", "state"}) {
+            const std::string word = other->text(key);
+            if (!word.empty()) text += (text.empty() ? "" : "  ") + word;
+        }
+        print_line(short_name(other->text("name")), text);
     }
 }
 
-void print_drive(const Drive &drive) {
-    std::printf("%s\n", printable(drive.record->name != nullptr ? drive.record->name : "(no device node)").c_str());
-    for (const Line &line : kLines) {
-        const std::string text = value_text(line, drive);
-        if (!text.empty()) print_line(line.label, text);
+void print_thing(const Thing &thing, const Columns &columns) {
+    const std::string name = thing.text("name");
+    std::printf("%s\n", printable(name.empty() ? thing.id() : name).c_str());
+    for (const Column *column : columns) {
+        const std::string_view key = column->key;
+        const Fact *fact = thing.fact(key);
+        if (fact != nullptr && key != "name" && key != "path" && key != "failed") print_fact(*column, *fact);
     }
-    const DriveRecord &record = *drive.record;
-    print_defects("Primary defects", record.manufacturer_defects, record.manufacturer_defect_bytes);
-    print_defects("Grown defects", record.grown_defects, record.grown_defect_bytes);
-    print_partitions(record.partitions);
-    print_failures(drive.failures);
+    print_below("Partitions", thing, inventory::RelationKind::kPartOf);
+    print_below("Built on it", thing, inventory::RelationKind::kBuiltOn);
+    print_below("Members", thing, inventory::RelationKind::kMemberOf);
+    print_reasons(thing, columns);
 }
 
-Json drive_document(const Drive &drive, const Style &style) {
-    DriveColumns columns;
-    for (const DriveColumn &column : all_drive_columns()) columns.push_back(&column);
-    std::vector<Drive> none;
-    Table table = drive_table(columns, none, true);
-    table.root.rows.push_back(drive_row(columns, drive, true));
-    Json document = {{"schema_version", kSchemaVersion}};
-    document["drive"] = to_json(table, style).at("drives").at(0);
+Json sources_of(const Thing &thing, const Columns &columns, const Style &style) {
+    Json sources = Json::object();
+    for (const Column *column : columns) {
+        const Fact *fact = thing.fact(column->key);
+        if (fact == nullptr || fact->words.empty()) continue;
+        Json words = Json::array();
+        for (const Word &word : fact->words) {
+            Json said = {{"value", to_json(*column, word.value, style)}, {"source", inventory::name_of(word.source)}};
+            if (!word.detail.empty()) said["detail"] = word.detail;
+            words.push_back(std::move(said));
+        }
+        sources[column->key] = {{"disputed", fact->disputed}, {"words", std::move(words)}};
+    }
+    return sources;
+}
+
+Json document_of(const Thing &thing, const Columns &columns, const Style &style) {
+    Node node = list_node(thing, true, false);
+    node.of = kAnything & ~inventory::bit(ThingKind::kPartition);
+    ListingOptions options;
+    options.json = true;
+    Json drive = Listing(options, {"drives", kAnything, {}}, columns).document({node}, style).at("drives").at(0);
+    drive["sources"] = sources_of(thing, columns, style);
     Json failures = Json::array();
-    for (const Failure &failure : drive.failures) {
-        failures.push_back(
-            {{"reader", failure.reader.empty() ? "device" : failure.reader}, {"message", failure.words}});
+    for (const inventory::Trouble &trouble : thing.troubles) {
+        failures.push_back({{"reader", trouble.what.empty() ? "device" : trouble.what}, {"message", trouble.words}});
     }
-    document["drive"]["failures"] = std::move(failures);
+    drive["failures"] = std::move(failures);
+    Json document = {{"schema_version", kSchemaVersion}};
+    document["drive"] = std::move(drive);
     return document;
 }
 
-void keep_matches(std::vector<Drive> &drives, const std::string &serial) {
-    std::erase_if(drives, [&](const Drive &drive) {
-        return drive.record->serial == nullptr || !std::string_view(drive.record->serial).starts_with(serial);
-    });
-    // A whole serial number names one drive even where others begin with it.
-    const auto is_whole = [&](const Drive &drive) { return std::string_view(drive.record->serial) == serial; };
-    if (std::count_if(drives.begin(), drives.end(), is_whole) == 1) std::erase_if(drives, std::not_fn(is_whole));
-}
-
-int refuse_candidates(const std::string &serial, const std::vector<Drive> &drives) {
-    complain("'" + serial + "' fits " + std::to_string(drives.size()) + " drives; give more of the serial number:");
-    for (const Drive &drive : drives) {
-        const DriveRecord &record = *drive.record;
-        std::fprintf(stderr, "  %s  %s  %s\n", printable(record.name ? record.name : "-").c_str(),
-                     printable(record.serial).c_str(), printable(record.model ? record.model : "").c_str());
-    }
-    return kFailed;
-}
-
-int print(const ShowOptions &options, const Found &found) {
-    for (const Drive &drive : found.drives) {
-        if (options.output.json) {
-            print_json(drive_document(drive, options.output.style()), stdout);
-        } else {
-            print_drive(drive);
-        }
-    }
-    const std::vector<Failure> failures = all_failures(found);
-    tell(failures);
-    return exit_code(failures, !found.drives.empty());
-}
-
-int show(const ShowOptions &options, const std::string &name) {
-    Request request;
-    request.options = kEverything;
-    request.names = {name};
+// The drive is asked once it is known which one it is: nobody else's drive is opened for it.
+Found asked(Found found, const ShowOptions &options) {
+    Thing &thing = *found.things.front();
+    inventory::Request request;
+    request.all = true;
+    request.ask_drives = true;
+    request.defects = true;
+    request.state = true;
+    request.only = {thing.id()};
     request.limit = to_limit(options.timeout);
-    request.every_failure = true;
-    return print(options, find_drives(request));
-}
-
-// Drives of the kernel first; what only USB or a RAID maker's tool knows is looked for when none of them fits.
-Found find_by_serial(const ShowOptions &options, std::vector<Failure> &failures) {
-    const DriveOptions wider = DRIVE_OPTION_USB | (has_raid_tool() ? DRIVE_OPTION_RAID : 0);
-    Found found;
-    for (const DriveOptions more : {0, wider}) {
-        Request request;
-        request.options |= more;
-        request.limit = to_limit(options.timeout);
-        found = find_drives(request);
-        failures = all_failures(found);
-        keep_matches(found.drives, options.target);
-        if (!found.drives.empty()) break;
-    }
+    const bool is_of_kernel = !thing.text("path").empty() && thing.kind() != ThingKind::kMember;
+    if (!is_of_kernel) return found;
+    const std::string id = thing.id();
+    found.machine = inventory::survey(request);
+    found.things.clear();
+    if (Thing *again = found.machine.find(id)) found.things.push_back(again);
     return found;
 }
 
-int show_by_serial(const ShowOptions &options) {
-    std::vector<Failure> failures;
-    Found found = find_by_serial(options, failures);
-    if (found.drives.size() > 1) return refuse_candidates(options.target, found.drives);
-    if (found.drives.size() == 1) {
-        const DriveRecord &record = *found.drives.front().record;
-        const bool has_node = record.name != nullptr && record.drive_type != DRIVE_TYPE_RAID_MEMBER;
-        found.failures.clear(); // of the search, which was successful
-        return has_node ? show(options, record.name) : print(options, found);
-    }
-    failures.push_back({options.target, {}, "no device of this name, and no serial number begins with it", {}, true});
-    tell(failures);
-    return kFailed;
-}
-
 int run(const ShowOptions &options) {
-    if (!names_a_file(options.target)) return show_by_serial(options);
-    std::vector<Failure> failures;
-    const std::vector<std::string> paths = resolve_devices({options.target}, false, failures);
-    if (!paths.empty()) return show(options, paths.front());
-    tell(failures);
-    return kFailed;
+    if (options.output.list_columns) {
+        print_columns(options.output, kAnything, stdout);
+        return kDone;
+    }
+    if (options.target.empty()) throw WrongUsage("DEVICE|SERIAL is missing");
+    ColumnChoice choice{options.output.columns, options.output.columns.empty(), kAnything, {}};
+    const Columns chosen = choose_columns(choice);
+    Found found = look_up(options.target, to_limit(options.timeout));
+    if (only_one(found, options.target) == nullptr) return kFailed;
+    found = asked(std::move(found), options);
+    if (found.things.empty()) {
+        complain("'" + options.target + "' went away");
+        return kFailed;
+    }
+    const Thing &thing = *found.things.front();
+    const Style style = options.output.style();
+    if (style.format == Format::kJson) {
+        print_json(document_of(thing, chosen, style), stdout);
+    } else if (style.format == Format::kTable && options.output.columns.empty()) {
+        Columns own = chosen;
+        std::erase_if(own, [&](const Column *column) { return (column->of & inventory::bit(thing.kind())) == 0; });
+        print_thing(thing, own);
+    } else {
+        ListingOptions flat = options.output;
+        Listing(flat, {"drives", kAnything, {}}, chosen).print({{&thing, kAnything, false, {}}}, stdout);
+    }
+    const Troubles troubles = told_troubles(found.machine, {thing.id()});
+    tell(troubles);
+    tell_duplicates(found.machine);
+    return exit_code(troubles, true);
 }
 
 } // namespace
 
-void add_show_command(CLI::App &tool, Action &chosen) {
+void add_show_command(const Command &tool) {
     const auto options = std::make_shared<ShowOptions>();
-    CLI::App &command = add_command(tool, chosen, "show", "Show everything known about one drive.",
-                                    [options] { return run(*options); });
-    command.add_option("DEVICE|SERIAL", options->target, "a device, or the beginning of one serial number")->required();
-    add_json_option(command, options->output);
-    add_timeout_option(command, options->timeout);
+    tool.add("show", "Show everything known about one drive, and who says so.", [options] { return run(*options); })
+        .argument("DEVICE|SERIAL", options->target, "a device, serial number, WWN, label, bay ...", false)
+        .listing(options->output)
+        .timeout(options->timeout);
 }
 
 } // namespace tool

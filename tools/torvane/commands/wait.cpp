@@ -1,15 +1,9 @@
-// torvane wait, watch: files that come and go.
+// torvane wait: files that come and go.
 #include "commands/commands.h"
 #include "output/messages.h"
-#include "output/text.h"
 
 #include <torvane.h>
 
-#include <sys/inotify.h>
-#include <sys/signalfd.h>
-#include <unistd.h>
-
-#include <csignal>
 #include <filesystem>
 #include <memory>
 #include <thread>
@@ -23,7 +17,7 @@ using Clock = std::chrono::steady_clock;
 struct WaitOptions {
     std::string event;
     std::vector<std::string> paths;
-    double timeout = 30;
+    double timeout = kDefaultSeconds;
 };
 
 // A look between two waits finds what came while nobody watched, and the library's match of name beginnings.
@@ -70,93 +64,14 @@ int wait_for_paths(const WaitOptions &options) {
     return status;
 }
 
-struct WatchOptions {
-    OutputOptions output;
-    std::string directory;
-};
-
-struct ReleaseMonitor {
-    void operator()(FileMonitor *monitor) const { release_monitor(monitor); }
-};
-using Monitor = std::unique_ptr<FileMonitor, ReleaseMonitor>;
-struct ReleaseEvent {
-    void operator()(inotify_event *event) const { release_event(event); }
-};
-using Event = std::unique_ptr<inotify_event, ReleaseEvent>;
-
-struct EventName {
-    uint32_t bit;
-    const char *word;
-};
-constexpr EventName kEvents[] = {{IN_CREATE, "created"}, {IN_CLOSE_WRITE, "written"}, {IN_DELETE_SELF, "deleted"}};
-
-const char *word_of(uint32_t mask) {
-    for (const EventName &event : kEvents) {
-        if ((mask & event.bit) != 0) return event.word;
-    }
-    return nullptr;
-}
-
-void print_event(const char *word, const std::string &path, bool is_directory, bool json) {
-    if (json) {
-        const Json line = {{"event", word}, {"path", path}, {"directory", is_directory}};
-        std::printf("%s\n", line.dump(-1, ' ', false, Json::error_handler_t::replace).c_str());
-    } else {
-        std::printf("%-8s %s%s\n", word, printable(path).c_str(), is_directory ? "/" : "");
-    }
-    std::fflush(stdout);
-}
-
-// Tells one event. A new directory is watched from here on; a directory that is gone no more.
-void take_event(FileMonitor *monitor, const inotify_event &event, bool json) {
-    Watch *watch = get_watch(monitor, event.wd);
-    if (!watch) return;
-    const std::string path = event.len > 0 ? std::string(watch->path) + "/" + event.name : std::string(watch->path);
-    const bool is_directory = event.len == 0 || (event.mask & IN_ISDIR) != 0;
-    if (const char *word = word_of(event.mask)) print_event(word, path, is_directory, json);
-    if ((event.mask & (IN_DELETE_SELF | IN_IGNORED)) != 0) {
-        remove_watch(monitor, watch);
-    } else if (is_directory && (event.mask & IN_CREATE) != 0) {
-        add_watches(monitor, path.c_str()); // it may be gone again
-    }
-}
-
-int watch(const WatchOptions &options) {
-    sigset_t ending{};
-    sigemptyset(&ending);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&ending, signal);
-    sigprocmask(SIG_BLOCK, &ending, nullptr);
-    const int cancel = signalfd(-1, &ending, SFD_CLOEXEC);
-    const Monitor monitor(cancel < 0 ? nullptr : monitor_directory(options.directory.c_str()));
-    if (!monitor) {
-        complain(options.directory + ": cannot be watched: " + std::strerror(errno));
-        return kFailed;
-    }
-    while (monitor->watch_count > 0) {
-        const Event event(wait_for_event(monitor.get(), cancel));
-        if (!event) return kDone; // interrupted
-        take_event(monitor.get(), *event, options.output.json);
-    }
-    complain(options.directory + ": is gone");
-    return kFailed;
-}
-
 } // namespace
 
-void add_wait_commands(CLI::App &tool, Action &chosen) {
-    const auto waiting = std::make_shared<WaitOptions>();
-    CLI::App &wait_command = add_command(tool, chosen, "wait", "Wait until files are created or deleted.",
-                                         [waiting] { return wait_for_paths(*waiting); });
-    wait_command.add_option("EVENT", waiting->event, "created or deleted")
-        ->required()
-        ->check(CLI::IsMember(std::vector<std::string>{"created", "deleted"}));
-    wait_command.add_option("PATH", waiting->paths, "files, such as device nodes")->required();
-    add_timeout_option(wait_command, waiting->timeout);
-    const auto watching = std::make_shared<WatchOptions>();
-    CLI::App &watch_command = add_command(tool, chosen, "watch", "Tell what happens in a directory until interrupted.",
-                                          [watching] { return watch(*watching); });
-    watch_command.add_option("DIRECTORY", watching->directory, "with all directories below it")->required();
-    watch_command.add_flag("-J,--json", watching->output.json, "print each event as a line of JSON");
+void add_wait_command(const Command &tool) {
+    const auto options = std::make_shared<WaitOptions>();
+    tool.add("wait", "Wait until files are created or deleted.", [options] { return wait_for_paths(*options); })
+        .argument("EVENT", options->event, "created or deleted", true, {"created", "deleted"})
+        .arguments("PATH", options->paths, "files, such as device nodes", true)
+        .timeout(options->timeout);
 }
 
 } // namespace tool

@@ -4,17 +4,49 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <map>
 
 namespace tool {
 namespace {
 
-// Lines about the same trouble before the rest is only counted.
-constexpr std::size_t kMostLines = 8;
+// Devices named in one line before the rest is only counted.
+constexpr std::size_t kMostNames = 4;
 
-std::string line_of(const Failure &failure) {
-    if (!failure.words.empty()) return failure.source + ": " + failure.words;
-    return failure.source + ": cannot read " + (failure.reader.empty() ? "the device" : failure.reader);
+// The library's texts name the path, and so does the line.
+std::string words_of(const Trouble &trouble) {
+    std::string words = trouble.words;
+    const std::string path = " '" + trouble.source + "'";
+    const std::size_t at = words.find(path);
+    if (at != std::string::npos) words.erase(at, path.size());
+    if (!words.empty()) return words;
+    return "cannot read " + (trouble.what.empty() ? "the device" : trouble.what);
+}
+
+struct Line {
+    std::string words;
+    std::string remedy;
+    std::vector<std::string> sources;
+};
+
+std::string names_of(const std::vector<std::string> &sources) {
+    std::string names;
+    const std::size_t shown = sources.size() > kMostNames + 1 ? kMostNames : sources.size();
+    for (std::size_t i = 0; i < shown; ++i) names += (i == 0 ? "" : ", ") + sources[i];
+    if (shown < sources.size()) names += " and " + std::to_string(sources.size() - shown) + " more";
+    return names;
+}
+
+std::vector<Line> lines_of(const Troubles &troubles) {
+    std::vector<Line> lines;
+    for (const Trouble &trouble : troubles) {
+        const std::string words = words_of(trouble);
+        auto line = std::find_if(lines.begin(), lines.end(),
+                                 [&](const Line &l) { return l.words == words && l.remedy == trouble.remedy; });
+        if (line == lines.end()) line = lines.insert(lines.end(), {words, trouble.remedy, {}});
+        const bool is_new =
+            std::find(line->sources.begin(), line->sources.end(), trouble.source) == line->sources.end();
+        if (is_new) line->sources.push_back(trouble.source);
+    }
+    return lines;
 }
 
 } // namespace
@@ -28,25 +60,19 @@ int refuse(std::string_view text, std::string_view command) {
     return kWrongUsage;
 }
 
-void tell(const std::vector<Failure> &failures) {
+void tell(const Troubles &troubles) {
     std::fflush(stdout); // where both are one terminal or file, the answer comes first
     std::vector<std::string> remedies;
-    std::map<std::string, std::size_t> told;
-    for (const Failure &failure : failures) {
-        if (!failure.essential) continue;
-        const std::size_t before = told[failure.remedy]++;
-        if (failure.remedy.empty() || before < kMostLines) complain(line_of(failure));
-        if (!failure.remedy.empty() && before == 0) remedies.push_back(failure.remedy);
+    for (const Line &line : lines_of(troubles)) {
+        complain(line.sources.front().empty() ? line.words : names_of(line.sources) + ": " + line.words);
+        const bool is_new = std::find(remedies.begin(), remedies.end(), line.remedy) == remedies.end();
+        if (!line.remedy.empty() && is_new) remedies.push_back(line.remedy);
     }
-    for (const std::string &remedy : remedies) {
-        const std::size_t count = told[remedy];
-        if (count > kMostLines) complain("the same for " + std::to_string(count - kMostLines) + " more");
-        complain(remedy);
-    }
+    for (const std::string &remedy : remedies) complain(remedy);
 }
 
-int exit_code(const std::vector<Failure> &failures, bool anything_shown) {
-    const bool failed = std::any_of(failures.begin(), failures.end(), [](const Failure &f) { return f.essential; });
+int exit_code(const Troubles &troubles, bool anything_shown) {
+    const bool failed = std::any_of(troubles.begin(), troubles.end(), [](const Trouble &t) { return t.essential; });
     if (!failed) return kDone;
     return anything_shown ? kPartly : kFailed;
 }

@@ -78,6 +78,24 @@ std::string printable(std::string_view text) {
     return out;
 }
 
+std::string escaped_controls(std::string_view json) {
+    constexpr char kLead = '\xC2'; // of U+0080 to U+00BF in UTF-8
+    std::string out;
+    out.reserve(json.size());
+    for (std::size_t i = 0; i < json.size(); ++i) {
+        const bool is_c1 = json[i] == kLead && i + 1 < json.size() && static_cast<unsigned char>(json[i + 1]) < 0xA0;
+        if (!is_c1 && json[i] != '\x7F') {
+            out += json[i];
+            continue;
+        }
+        if (is_c1) ++i;
+        std::array<char, 7> escape{};
+        std::snprintf(escape.data(), escape.size(), "\\u00%02x", static_cast<unsigned char>(json[i]));
+        out += escape.data();
+    }
+    return out;
+}
+
 std::string short_name(std::string_view path) {
     return std::string(path.starts_with(kDevices) ? path.substr(kDevices.size()) : path);
 }
