@@ -154,7 +154,7 @@ class Failures(unittest.TestCase):
                                 ("/etc/hostname", "/etc/hostname: not a device of storage"),
                                 ("/dev/null", "/dev/null: not a device of storage"),
                                 ("/nowhere/" + "x" * 5000, "File name too long")]:
-            for command in ("list", "tray", "show", "firmware -o /nowhere/image".split()):
+            for command in ("list", "tray", "show", "firmware -o /tmp/torvane-image".split()):
                 result = run(*([command] if isinstance(command, str) else command), argument)
                 self.assertEqual((result.returncode, result.stdout), (1, ""), result.stderr)
                 self.assertIn(words, result.stderr)
@@ -250,7 +250,7 @@ class Waiting(unittest.TestCase):
 
     def test_watch_tells_of_new_directories_until_interrupted(self):
         with tempfile.TemporaryDirectory() as folder:
-            watching = subprocess.Popen([TORVANE, "watch", "-J", folder], stdout=subprocess.PIPE, text=True)
+            watching = subprocess.Popen([TORVANE, "watch", "-J", "--files", folder], stdout=subprocess.PIPE, text=True)
             time.sleep(0.5)
             os.mkdir(os.path.join(folder, "new"))
             self.assertEqual(json.loads(watching.stdout.readline()),
@@ -258,10 +258,21 @@ class Waiting(unittest.TestCase):
             time.sleep(0.3)
             open(os.path.join(folder, "new", "file"), "w", encoding="utf-8").close()
             self.assertEqual(json.loads(watching.stdout.readline())["path"], folder + "/new/file")
+            self.assertEqual(json.loads(watching.stdout.readline())["event"], "written")
+            expected = []
+            for i in range(200):  # as fast as it goes: one read of the kernel's gives many
+                path = f"{folder}/new/{i}"
+                open(path, "w", encoding="utf-8").close()
+                os.rename(path, path + ".old")
+                os.unlink(path + ".old")
+                expected += [("created", path, None), ("written", path, None), ("renamed", path, path + ".old"),
+                             ("deleted", path + ".old", None)]
+            lines = [json.loads(watching.stdout.readline()) for _ in expected]
+            self.assertEqual([(line["event"], line["path"], line.get("to")) for line in lines], expected)
             watching.terminate()
             self.assertEqual(watching.wait(10), 0)
             watching.stdout.close()
-        result = run("watch", "/nowhere")
+        result = run("watch", "--files", "/nowhere")
         self.assertEqual(result.returncode, 1)
         self.assertIn("/nowhere", result.stderr)
 
@@ -270,7 +281,7 @@ class Mounting(unittest.TestCase):
     def test_umount_removes_nothing_that_mount_did_not_make(self):
         with tempfile.TemporaryDirectory() as folder:
             keep = pathlib.Path(folder, "torvane.abcdef", "letter")
-            keep.parent.mkdir()
+            keep.parent.mkdir(mode=0o700)
             keep.write_text("dear", encoding="utf-8")
             for directory in (folder, str(keep.parent), str(keep), folder + "/nowhere"):
                 result = run("umount", directory)
@@ -278,6 +289,15 @@ class Mounting(unittest.TestCase):
                 self.assertIn(directory, result.stderr)
             self.assertEqual(keep.read_text(encoding="utf-8"), "dear")
             keep.unlink()
+            keep.parent.chmod(0o755)  # others may have put anything there
+            self.assertEqual(run("umount", str(keep.parent)).returncode, 1)
+            keep.parent.chmod(0o700)
+            link = pathlib.Path(folder, "torvane.linked")
+            link.symlink_to(keep.parent)
+            self.assertIn("Not a directory", run("umount", str(link)).stderr)
+            keep.parent.joinpath("$(id)_mount").mkdir()
+            self.assertIn("did not put there", run("umount", str(keep.parent)).stderr)
+            keep.parent.joinpath("$(id)_mount").rmdir()
             self.assertEqual(run("umount", str(keep.parent)).returncode, 0)
             self.assertFalse(keep.parent.exists())
 

@@ -222,8 +222,10 @@ Command Command::add(const char *name, const char *summary, Action action) const
     command.group(*summary == '\0' ? "" : "Commands"); // a group without a name is hidden
     command.require_subcommand(0, 1);
     command.footer("");
-    // Before the callbacks of commands below it, which are the ones that were meant.
-    command.parse_complete_callback([&chosen = chosen_, action = std::move(action)] { chosen = action; });
+    // Of a command and one below it, the one below is meant, and its words end first.
+    command.parse_complete_callback([&chosen = chosen_, action = std::move(action)] {
+        if (!chosen) chosen = action;
+    });
     return {command, chosen_};
 }
 

@@ -12,7 +12,8 @@ void add_raid_command(const Command &tool);
 void add_health_command(const Command &tool);
 void add_bay_commands(const Command &tool); // bays, locate
 void add_usb_command(const Command &tool);
-void add_mount_commands(const Command &tool); // mount, umount, tray
+void add_mount_commands(const Command &tool); // mount, umount
+void add_tray_command(const Command &tool);
 void add_wait_command(const Command &tool);
 void add_watch_command(const Command &tool);
 void add_firmware_command(const Command &tool);

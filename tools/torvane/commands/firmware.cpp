@@ -81,12 +81,18 @@ class NewFile {
             fsync(fd_) != 0) {
             return false;
         }
-        const unsigned flags = replace ? 0 : RENAME_NOREPLACE;
-        kept_ = renameat2(AT_FDCWD, name_.c_str(), AT_FDCWD, place_.c_str(), flags) == 0;
+        kept_ = replace ? rename(name_.c_str(), place_.c_str()) == 0 : take_free_place();
         return kept_;
     }
 
   private:
+    // Not every file system can refuse to replace while it renames; a second name of the file can never replace.
+    bool take_free_place() const {
+        if (renameat2(AT_FDCWD, name_.c_str(), AT_FDCWD, place_.c_str(), RENAME_NOREPLACE) == 0) return true;
+        if (errno != EINVAL && errno != ENOSYS) return false;
+        return link(name_.c_str(), place_.c_str()) == 0 && unlink(name_.c_str()) == 0;
+    }
+
     bool write_all(const Wire::binary_t &bytes) const {
         std::size_t done = 0;
         while (done < bytes.size()) {
@@ -107,6 +113,13 @@ class NewFile {
 int run(const FirmwareOptions &options) {
     if (!options.force && fs::exists(fs::symlink_status(options.file))) {
         complain(options.file + ": exists already; --force replaces it");
+        return kFailed;
+    }
+    // Reading takes minutes: what would fail at their end is told before.
+    const fs::path folder = fs::absolute(options.file).parent_path();
+    if (access(folder.c_str(), W_OK | X_OK) != 0 || fs::is_directory(options.file)) {
+        complain(options.file +
+                 ": cannot be written: " + std::strerror(fs::is_directory(options.file) ? EISDIR : errno));
         return kFailed;
     }
     const Found found = look_up(options.device, to_limit(options.timeout));

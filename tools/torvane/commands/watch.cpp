@@ -1,99 +1,126 @@
-// torvane watch: what happens in a directory.
+// torvane watch: devices that are plugged, pulled and changed; with --files, what happens in a directory.
 #include "commands/commands.h"
+#include "commands/ending.h"
+#include "commands/watch_files.h"
+#include "inventory/kernel/events.h"
+#include "inventory/survey/survey.h"
 #include "output/messages.h"
+#include "output/table.h"
 #include "output/text.h"
 
 #include <nlohmann/json.hpp>
 
-#include <torvane.h>
+#include <poll.h>
 
-#include <sys/inotify.h>
-#include <sys/signalfd.h>
-#include <unistd.h>
-
-#include <csignal>
+#include <array>
+#include <map>
 #include <memory>
 
 namespace tool {
 namespace {
 
+using inventory::Thing;
+
 struct WatchOptions {
     bool json = false;
+    bool initial = false;
     std::string directory;
 };
 
-struct ReleaseMonitor {
-    void operator()(FileMonitor *monitor) const { release_monitor(monitor); }
-};
-using Monitor = std::unique_ptr<FileMonitor, ReleaseMonitor>;
-struct ReleaseEvent {
-    void operator()(inotify_event *event) const { release_event(event); }
-};
-using Event = std::unique_ptr<inotify_event, ReleaseEvent>;
+constexpr std::array<const char *, 5> kShown{"type", "model", "serial", "wwn", "size"};
 
-struct EventName {
-    uint32_t bit;
-    const char *word;
-};
-constexpr EventName kEvents[] = {{IN_CREATE, "created"}, {IN_CLOSE_WRITE, "written"}, {IN_DELETE_SELF, "deleted"}};
+// A drive that is gone tells nothing any more: what it told before is kept.
+using Known = std::map<std::string, Json>;
 
-const char *word_of(uint32_t mask) {
-    for (const EventName &event : kEvents) {
-        if ((mask & event.bit) != 0) return event.word;
-    }
-    return nullptr;
+Json facts_of(const Thing &thing) {
+    Json facts = {{"name", thing.id()}};
+    for (const char *key : kShown) facts[key] = to_json(*inventory::find_fact(key), thing.value(key), {});
+    return facts;
 }
 
-void print_event(const char *word, const std::string &path, bool is_directory, bool json) {
+Known look() {
+    Known known;
+    inventory::Request request;
+    request.all = true;
+    const inventory::Machine machine = inventory::survey(request);
+    for (const Thing &thing : machine.things()) {
+        if (!thing.text("path").empty()) known[thing.id()] = facts_of(thing);
+    }
+    return known;
+}
+
+void print_event(const char *event, const Json &facts, bool json) {
     if (json) {
-        const Json line = {{"event", word}, {"path", path}, {"directory", is_directory}};
-        std::printf("%s\n", line.dump(-1, ' ', false, Json::error_handler_t::replace).c_str());
+        Json line = {{"event", event}};
+        line.update(facts);
+        print_json_line(line, stdout);
     } else {
-        std::printf("%-8s %s%s\n", word, printable(path).c_str(), is_directory ? "/" : "");
+        std::string text;
+        for (const char *key : kShown) {
+            const Json &value = facts.at(key);
+            if (value.is_null()) continue;
+            text += "  " + (value.is_string() ? value.get<std::string>() : human_size(value.get<std::uint64_t>()));
+        }
+        std::printf("%-8s %s%s\n", event, printable(facts.at("name").get<std::string>()).c_str(),
+                    printable(text).c_str());
     }
     std::fflush(stdout);
 }
 
-// Tells one event. A new directory is watched from here on; a directory that is gone no more.
-void take_event(FileMonitor *monitor, const inotify_event &event, bool json) {
-    Watch *watch = get_watch(monitor, event.wd);
-    if (!watch) return;
-    const std::string path = event.len > 0 ? std::string(watch->path) + "/" + event.name : std::string(watch->path);
-    const bool is_directory = event.len == 0 || (event.mask & IN_ISDIR) != 0;
-    if (const char *word = word_of(event.mask)) print_event(word, path, is_directory, json);
-    if ((event.mask & (IN_DELETE_SELF | IN_IGNORED)) != 0) {
-        remove_watch(monitor, watch);
-    } else if (is_directory && (event.mask & IN_CREATE) != 0) {
-        add_watches(monitor, path.c_str()); // it may be gone again
+// One event, with what is known of the device before and after it.
+void tell_event(const inventory::DeviceEvent &event, const Known &before, const Known &now, bool json) {
+    const auto old = before.find(event.name);
+    const auto found = now.find(event.name);
+    if (event.action == "remove") {
+        if (old != before.end()) print_event("removed", old->second, json);
+    } else if (found != now.end()) {
+        const char *word = event.action == "add" ? "added" : "changed";
+        print_event(word, found->second, json);
     }
 }
 
-int watch(const WatchOptions &options) {
-    sigset_t ending{};
-    sigemptyset(&ending);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&ending, signal);
-    sigprocmask(SIG_BLOCK, &ending, nullptr);
-    const int cancel = signalfd(-1, &ending, SFD_CLOEXEC);
-    const Monitor monitor(cancel < 0 ? nullptr : monitor_directory(options.directory.c_str()));
-    if (!monitor) {
-        complain(options.directory + ": cannot be watched: " + std::strerror(errno));
+int watch_devices(const WatchOptions &options) {
+    const Ending ending;
+    // Listening begins before the first look, so that nothing is missed between the two.
+    const std::unique_ptr<inventory::DeviceEvents> events = inventory::DeviceEvents::listen();
+    if (!events || ending.descriptor() < 0) {
+        complain("the device manager's events cannot be listened to");
         return kFailed;
     }
-    while (monitor->watch_count > 0) {
-        const Event event(wait_for_event(monitor.get(), cancel));
-        if (!event) return kDone; // interrupted
-        take_event(monitor.get(), *event, options.json);
+    Known known = look();
+    if (options.initial) {
+        for (const auto &[name, facts] : known) print_event("present", facts, options.json);
     }
-    complain(options.directory + ": is gone");
-    return kFailed;
+    while (true) {
+        std::array<pollfd, 2> polled{{{ending.descriptor(), POLLIN, 0}, {events->descriptor(), POLLIN, 0}}};
+        if (poll(polled.data(), polled.size(), -1) < 0 && errno != EINTR) return kFailed;
+        if (polled[0].revents != 0) return kDone;
+        std::vector<inventory::DeviceEvent> batch;
+        while (std::optional<inventory::DeviceEvent> event = events->next()) batch.push_back(std::move(*event));
+        if (batch.empty()) continue;
+        Known now = look();
+        for (const inventory::DeviceEvent &event : batch) {
+            // A stick pulled right after it came is in neither look.
+            if (event.action == "add" && now.find(event.name) == now.end()) continue;
+            tell_event(event, known, now, options.json);
+        }
+        known = std::move(now);
+    }
+}
+
+int run(const WatchOptions &options) {
+    if (options.directory.empty()) return watch_devices(options);
+    if (options.initial) throw WrongUsage("--initial is of devices, not of --files");
+    return watch_files(options.directory, options.json);
 }
 
 } // namespace
 
 void add_watch_command(const Command &tool) {
     const auto options = std::make_shared<WatchOptions>();
-    tool.add("watch", "Tell what happens in a directory until interrupted.", [options] { return watch(*options); })
-        .argument("DIRECTORY", options->directory, "with all directories below it")
+    tool.add("watch", "Tell which devices come, go and change, until interrupted.", [options] { return run(*options); })
+        .option("--files", options->directory, "DIRECTORY", "tell what happens to files there and below")
+        .flag("--initial", options->initial, "first list the devices that are there")
         .flag("-J,--json", options->json, "print each event as a line of JSON");
 }
 

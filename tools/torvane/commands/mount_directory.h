@@ -1,0 +1,16 @@
+// The directory that 'torvane mount' made, and its end.
+#pragma once
+
+#include <string>
+
+namespace tool {
+
+// Mounts that the library made "read-only" may still run programs and hold device nodes: not so here. "" or why not.
+std::string harden_mounts(const std::string &directory);
+
+// Unmounts all that is mounted below the directory and removes it; "" or why not. Only what 'torvane mount' made of the
+// caller's own is touched, by the one directory that was opened and looked at: a link or another directory that
+// somebody puts in its place meanwhile is never followed.
+std::string end_mounts(const std::string &directory);
+
+} // namespace tool
