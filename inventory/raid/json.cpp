@@ -48,8 +48,8 @@ class Builder : public nlohmann::json_sax<nlohmann::json> {
             return &result_.root;
         }
         Json &parent = *open_.back();
-        if (parent.kind == Json::Kind::kList) return &parent.items.emplace_back(std::move(value));
-        return &parent.fields.emplace_back(std::move(key_), std::move(value)).second;
+        if (parent.kind == Json::Kind::kObject) parent.keys.push_back(std::move(key_));
+        return &parent.items.emplace_back(std::move(value));
     }
 
     bool put(std::string text) {
@@ -102,8 +102,8 @@ std::size_t object_in(std::string_view text) {
 
 const Json *Json::at(std::string_view key) const {
     const auto found =
-        std::find_if(fields.begin(), fields.end(), [key](const auto &field) { return same_word(field.first, key); });
-    return found == fields.end() ? nullptr : &found->second;
+        std::find_if(keys.begin(), keys.end(), [key](const std::string &own) { return same_word(own, key); });
+    return found == keys.end() ? nullptr : &items[static_cast<std::size_t>(found - keys.begin())];
 }
 
 std::string Json::told(std::string_view key) const {
@@ -111,8 +111,8 @@ std::string Json::told(std::string_view key) const {
     return value == nullptr ? std::string() : raid::told(value->text);
 }
 
-std::string Json::told(std::initializer_list<std::string_view> keys) const {
-    for (const std::string_view key : keys) {
+std::string Json::told(std::initializer_list<std::string_view> spellings) const {
+    for (const std::string_view key : spellings) {
         std::string value = told(key);
         if (!value.empty()) return value;
     }

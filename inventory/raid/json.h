@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 namespace inventory::raid {
@@ -15,14 +14,14 @@ struct Json {
     enum class Kind : unsigned char { kText, kObject, kList };
     Kind kind = Kind::kText;
     std::string text;
-    std::vector<std::pair<std::string, Json>> fields; // keys without blanks at their ends; a key may stand twice
-    std::vector<Json> items;
+    std::vector<Json> items;       // of a list, or an object's values
+    std::vector<std::string> keys; // an object's, each of the item at its place; without blanks at their ends
 
-    // The first field with the key, in any case; null when there is none.
+    // The first value with the key, in any case; null when there is none. A key may stand twice.
     [[nodiscard]] const Json *at(std::string_view key) const;
     // Its text as scan.h's told() gives it; of several keys the first that has any.
     [[nodiscard]] std::string told(std::string_view key) const;
-    [[nodiscard]] std::string told(std::initializer_list<std::string_view> keys) const;
+    [[nodiscard]] std::string told(std::initializer_list<std::string_view> spellings) const;
 };
 
 struct ParsedJson {

@@ -119,13 +119,14 @@ class MegaController {
     Controller finish(Survey &survey, const std::string &command, bool knows_members) {
         for (const MegaLogical &logical : logical_) finish_logical(logical, knows_members);
         for (std::size_t i = 0; i < raw_.size(); ++i) finish_drive(i, survey, command);
-        for (const auto &[place, array] : spares_of_groups_) {
+        for (const auto &spare : spares_of_groups_) {
+            const auto is_of_group = [&](std::size_t member) {
+                return disk_group(raw_[member].position) == spare.second;
+            };
             for (LogicalDrive &logical : told_.logical) {
-                const bool in_group =
-                    std::any_of(logical.members.begin(), logical.members.end(), [&](std::size_t member) {
-                        return member < raw_.size() && disk_group(raw_[member].position) == array;
-                    });
-                if (in_group) logical.spares.push_back(place);
+                if (std::any_of(logical.members.begin(), logical.members.end(), is_of_group)) {
+                    logical.spares.push_back(spare.first);
+                }
             }
         }
         return std::move(told_);

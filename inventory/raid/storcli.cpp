@@ -113,7 +113,7 @@ class Reading {
 
     // "/c0/v239", "Drive /c0/e252/s2"
     static std::string number_in_names(const Json &response) {
-        for (const auto &[name, value] : response.fields) {
+        for (const std::string &name : response.keys) {
             const std::size_t begin = name.find("/c");
             const auto number = begin == std::string::npos ? std::nullopt : leading_number(name.substr(begin + 2));
             if (number) return std::to_string(*number);

@@ -28,7 +28,7 @@ std::string number_after(std::string_view text, std::string_view word) {
 // A key somewhere below: versions differ in the section that a value stands in.
 std::string deep(const Json &object, std::string_view key) {
     std::string value = object.told(key);
-    for (const auto &[name, inner] : object.fields) {
+    for (const Json &inner : object.items) {
         if (!value.empty()) break;
         if (inner.kind == Json::Kind::kObject) value = deep(inner, key);
     }
@@ -162,7 +162,7 @@ StorcliController::Logical *StorcliController::logical_at(const std::string &num
 
 void StorcliController::read(const Json &response) {
     read_controller(response);
-    for (const auto &[name, value] : response.fields) read_section(name, value);
+    for (std::size_t i = 0; i < response.keys.size(); ++i) read_section(response.keys[i], response.items[i]);
 }
 
 void StorcliController::read_overview(const Json &row) {

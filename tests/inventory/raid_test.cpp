@@ -1,0 +1,193 @@
+// The whole way: controllers from /sys, tools from PATH, each within its bounds.
+#include "tree.h"
+
+#include "inventory/raid/health.h"
+#include "inventory/raid/raid.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/resource.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+namespace inventory::tests {
+namespace {
+
+namespace fs = std::filesystem;
+using std::chrono::milliseconds;
+
+constexpr const char *kController =
+    R"({"Controllers":[{"Command Status":{"Controller":0,"Status":"Success"},"Response Data":{
+"Basics":{"Controller":0,"Model":"ACME","Serial Number":"SV1","PCI Address":"00:65:00:00"},
+"VD LIST":[{"DG/VD":"0/1","TYPE":"RAID0","State":"Optl","Size":"64 MB","Name":"one"}],
+"PD LIST":[{"EID:Slt":"252:0","DID":2,"State":"Onln","DG":0,"Size":"64 MB"}],
+"Drive /c0/e252/s0 - Detailed Information":{"SN":"S1"}}}]})";
+
+// Fake tools first on PATH, in a folder that keeps what they write.
+class Tools {
+  public:
+    Tools() : path_(std::getenv("PATH")) {
+        std::string pattern = "/tmp/raid-tools-XXXXXX";
+        folder_ = mkdtemp(pattern.data());
+        setenv("PATH", (folder_ + ":/usr/bin:/bin").c_str(), 1);
+    }
+    Tools(const Tools &) = delete;
+    Tools &operator=(const Tools &) = delete;
+    ~Tools() {
+        setenv("PATH", path_.c_str(), 1);
+        fs::remove_all(folder_);
+    }
+    void add(const std::string &name, const std::string &script) const {
+        std::ofstream(folder_ + "/" + name) << "#!/bin/bash\n" << script << "\n";
+        fs::permissions(folder_ + "/" + name, fs::perms::owner_all);
+    }
+
+  private:
+    std::string path_;
+    std::string folder_;
+};
+
+std::string says(const std::string &text) { return "cat <<'END'\n" + text + "\nEND"; }
+
+const char *const kTwoAdapters = R"(
+/sys/bus/pci/drivers/megaraid_sas/0000:65:00.0/vendor = 0x1000\n
+/sys/bus/pci/drivers/mpi3mr/0000:66:00.0/vendor = 0x1000\n
+/sys/bus/pci/drivers/mpt3sas/0000:67:00.0/vendor = 0x1000\n
+)";
+
+std::vector<std::string> essential_troubles(const Machine &machine) {
+    std::vector<std::string> words;
+    const auto add = [&](const std::vector<Trouble> &troubles) {
+        for (const Trouble &trouble : troubles) {
+            if (trouble.essential) words.push_back(trouble.source + ": " + trouble.words);
+        }
+    };
+    add(machine.troubles);
+    for (const Thing &thing : machine.things()) add(thing.troubles);
+    return words;
+}
+
+TEST(ReadRaid, NoControllerAndNoToolIsNoTrouble) {
+    const Tree tree("/sys/bus/pci/drivers/ahci/0000:00:1f.2/vendor = 0x8086\\n");
+    const Tools tools;
+    Machine machine;
+    read_raid(machine, {milliseconds(1000)});
+    EXPECT_TRUE(machine.things().empty());
+    EXPECT_TRUE(essential_troubles(machine).empty());
+}
+
+TEST(ReadRaid, AControllerThatNoToolTellsAboutIsNamed) {
+    const Tree tree(kTwoAdapters);
+    const Tools tools;
+    tools.add("storcli64", says(kController));
+    Machine machine;
+    read_raid(machine, {milliseconds(20'000)});
+    ASSERT_NE(machine.find("c0/e252/s0"), nullptr);
+    EXPECT_EQ(machine.find("c0")->text("driver"), "megaraid_sas");
+    const Thing *untold = machine.find("0000:66:00.0");
+    ASSERT_NE(untold, nullptr);
+    EXPECT_EQ(untold->troubles.at(0).remedy.substr(0, 26), "install the maker's tool: ");
+    // The mpt driver runs plain adapters, whose drives the kernel has.
+    EXPECT_EQ(machine.find("0000:67:00.0"), nullptr);
+    EXPECT_EQ(essential_troubles(machine).size(), 1U);
+}
+
+struct Case {
+    const char *name;
+    const char *script; // of the other maker's tool
+};
+class BrokenTool : public testing::TestWithParam<Case> {};
+
+TEST_P(BrokenTool, CostsItsOwnControllersAlone) {
+    const Tree tree(kTwoAdapters);
+    const Tools tools;
+    tools.add("storcli64", says(kController));
+    tools.add("perccli2", GetParam().script); // is asked first
+    const auto begin = std::chrono::steady_clock::now();
+    Machine machine;
+    read_raid(machine, {milliseconds(2000)});
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, milliseconds(15'000));
+    ASSERT_NE(machine.find("c0/v1"), nullptr);
+    EXPECT_EQ(machine.find("c0/e252/s0")->text("serial"), "S1");
+    EXPECT_GE(essential_troubles(machine).size(), 2U); // the tool's, and the other controller's
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    EXPECT_LT(usage.ru_maxrss, 300 * 1024) << "KiB";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    ReadRaid, BrokenTool,
+    testing::Values(Case{"Hangs", "sleep 1000"}, Case{"IgnoresTerm", "trap '' TERM; while :; do sleep 1; done"},
+                    Case{"OneGigabyte", "head -c 1000000000 /dev/zero"}, Case{"Endless", "yes '{\"a\":[[[[[{\"b\":1,'"},
+                    Case{"ManyValues", "echo '{\"Controllers\":['; while :; do echo '[],[],[],[],[],[],[],[],'; done"},
+                    Case{"OneLine", "printf '{\"Controllers\":\"'; head -c 300000000 /dev/zero | tr '\\0' x"},
+                    Case{"Crashes", "kill -SEGV $$"}, Case{"PrintsNothing", "exit 1"}),
+    [](const auto &tested) { return tested.param.name; });
+
+struct StateCase {
+    ThingKind kind;
+    const char *state;
+    Health health;
+    const char *problem;
+};
+class States : public testing::TestWithParam<StateCase> {};
+
+TEST_P(States, MeanWhatTheToolsMean) {
+    Machine machine;
+    machine.add(GetParam().kind, "c0/x").tell("state", std::string(GetParam().state), Source::kTool);
+    EXPECT_EQ(health_of(machine.things().front()), GetParam().health);
+    const std::vector<Problem> problems = problems_of(machine);
+    EXPECT_EQ(problems.empty() ? "" : problems.front().kind, GetParam().problem);
+}
+
+constexpr ThingKind kVolume = ThingKind::kLogical;
+constexpr ThingKind kDrive = ThingKind::kMember;
+INSTANTIATE_TEST_SUITE_P(
+    Health, States,
+    testing::Values(
+        StateCase{kVolume, "Optl", Health::kOptimal, ""}, StateCase{kVolume, "OK", Health::kOptimal, ""},
+        StateCase{kVolume, "Okay (OKY)", Health::kOptimal, ""}, StateCase{kVolume, "functional", Health::kOptimal, ""},
+        StateCase{kVolume, "Pdgd", Health::kBad, "degraded"},
+        StateCase{kVolume, "Partially Degraded", Health::kBad, "degraded"},
+        StateCase{kVolume, "Interim Recovery Mode", Health::kBad, "degraded"},
+        StateCase{kVolume, "Ready for Rebuild", Health::kBad, "degraded"},
+        StateCase{kVolume, "Impacted ( Build/Verify with fix : 73 % )", Health::kBad, "degraded"},
+        StateCase{kVolume, "Suboptimal, Fault Tolerant", Health::kBad, "degraded"},
+        StateCase{kVolume, "Rec", Health::kBusy, "rebuilding"},
+        StateCase{kVolume, "Recovering", Health::kBusy, "rebuilding"},
+        StateCase{kVolume, "Initializing (INIT)", Health::kBusy, ""},
+        StateCase{kVolume, "OfLn", Health::kBad, "failed"},
+        StateCase{kDrive, "Unconfigured(bad)", Health::kBad, "failed"},
+        StateCase{kDrive, "Unconfigured(good), Spun Up", Health::kOptimal, ""},
+        StateCase{kDrive, "Conf Online", Health::kOptimal, ""}, StateCase{kDrive, "Rbld", Health::kBusy, "rebuilding"},
+        StateCase{kDrive, "Predictive Failure", Health::kBad, "predictive-failure"},
+        StateCase{kDrive, "", Health::kUnknown, ""}, StateCase{kDrive, "Never seen", Health::kUnknown, ""}));
+
+TEST(Problems, AreOfDrivesAndArraysToo) {
+    Machine machine;
+    Thing &foreign = machine.add(ThingKind::kMember, "c0/s1");
+    foreign.tell("role", std::string("foreign"), Source::kTool);
+    foreign.tell("serial", std::string("S1"), Source::kTool);
+    machine.add(ThingKind::kMember, "c0/s2").tell("predictive_failure", true, Source::kTool);
+    machine.add(ThingKind::kMember, "c0/missing").tell("role", std::string("missing"), Source::kTool);
+    Thing &array = machine.add(ThingKind::kArray, "md0");
+    array.tell("name", std::string("/dev/md0"), Source::kKernel);
+    array.tell("state", std::string("clean"), Source::kKernel);
+    array.tell("degraded", std::uint64_t{1}, Source::kKernel);
+    Thing &busy = machine.add(ThingKind::kArray, "md1");
+    busy.tell("state", std::string("active"), Source::kKernel);
+    busy.tell("sync_action", std::string("check"), Source::kKernel);
+    std::vector<std::string> words;
+    for (const Problem &problem : problems_of(machine)) words.push_back(problem.words);
+    EXPECT_EQ(words, (std::vector<std::string>{
+                         "c0/s1 (serial S1): foreign: it carries another controller's configuration",
+                         "c0/s2: predictive-failure: the drive expects to fail",
+                         "c0/missing: missing: there is no drive", "/dev/md0: degraded: 1 member is missing"}));
+    EXPECT_EQ(health_of(busy), Health::kBusy);
+}
+
+} // namespace
+} // namespace inventory::tests
