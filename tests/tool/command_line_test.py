@@ -15,11 +15,12 @@ import time
 import unittest
 
 import jsonschema
+from prometheus_client.openmetrics import parser as openmetrics
 
 TORVANE = sys.argv[1]
 ROOT = pathlib.Path(sys.argv[2])
 COMMANDS = ["list", "show", "find", "raid", "health", "bays", "locate", "usb", "mount", "umount", "tray", "wait", "watch",
-            "firmware", "help"]
+            "firmware", "diff", "check", "metrics", "help"]
 
 
 def run(*arguments, **options):
@@ -140,6 +141,66 @@ class Documents(unittest.TestCase):
                 size = pathlib.Path("/sys/class/block", drive["name"], "size")
                 if drive["size"] is not None:
                     self.assertEqual(drive["size"], int(size.read_text()) * 512)
+
+    def test_metrics_are_openmetrics(self):
+        text = run("metrics").stdout
+        families = {family.name: family for family in openmetrics.text_string_to_metric_families(text)}
+        listed = json.loads(run("list", "-J", "-d", "-o", "NAME,SERIAL,SIZE,TYPE").stdout)["drives"]
+        sizes = {s.labels["device"]: s.value for s in families["torvane_drive_size_bytes"].samples}
+        self.assertEqual(sizes, {d["name"]: d["size"] for d in listed if d["type"] in ("disk", "optical", "iscsi")})
+        with tempfile.TemporaryDirectory() as folder:
+            path = pathlib.Path(folder, "torvane.prom")
+            self.assertEqual(run("metrics", "-o", str(path)).returncode, 0)
+            self.assertTrue(path.read_text(encoding="utf-8").endswith("# EOF\n"))
+            self.assertEqual(os.listdir(folder), ["torvane.prom"])
+
+    def test_differences_are_told_by_identity(self):
+        def drive(name, serial, **facts):
+            return {"name": name, "serial": serial, "wwn": None, "enclosure": "e", "bay": name, "firmware": "1", "size": 5} | facts
+
+        def listing(*drives):
+            return {"schema_version": 1, "drives": list(drives)}
+
+        before = listing(drive("sda", "A"), drive("sdb", "B"), drive("sdc", "C"), drive("sdd", None))
+        for after, told in [
+            (before, []),
+            # Other names after a boot, and nothing else: its bay tells that it is the same.
+            (listing(drive("sdx", "A", bay="sda"), *before["drives"][1:]), []),
+            (listing(*before["drives"][1:]), ["sda (A): missing"]),
+            (listing(drive("sda", "A", bay="9", firmware="2", size=6), *before["drives"][1:]),
+             ["sda (A): moved: bay sda -> 9", "sda (A): changed: firmware 1 -> 2", "sda (A): changed: size 5 -> 6"]),
+            (listing(drive("sda", "Z"), *before["drives"][1:]),
+             ["sda (Z): new", "sda (A): missing", "sda (Z): changed: serial of bay e/sda A -> Z"]),
+        ]:
+            with tempfile.TemporaryDirectory() as folder:
+                for name, document in (("old", before), ("new", after)):
+                    pathlib.Path(folder, name).write_text(json.dumps(document), encoding="utf-8")
+                result = run("diff", folder + "/old", folder + "/new")
+                self.assertEqual((result.stdout.splitlines(), result.returncode), (told, 1 if told else 0), result.stderr)
+                jsonschema.validate(json.loads(run("diff", "-J", folder + "/old", folder + "/new").stdout), schema("diff"))
+        for wrong in ("", "[]", '{"schema_version": 2, "drives": []}', '{"schema_version": 1, "drives": [1]}'):
+            with tempfile.NamedTemporaryFile("w") as file:
+                file.write(wrong)
+                file.flush()
+                result = run("check", "--expect", file.name)
+                self.assertEqual(result.returncode, 2, wrong)
+                self.assertIn("not what 'torvane list --json' prints", result.stderr)
+
+    def test_filters_and_orders_of_every_listing(self):
+        names = [d["name"] for d in json.loads(run("list", "-J", "-d").stdout)["drives"]]
+        for expression, wanted in [("size > 1", True), ("size > 1 and not size > 1", False), ("size >= 0 or rpm > 1T", True),
+                                   ("name =~ .", True), ("name !~ .", False), ("(type == nothing)", False), ("name != ''", True)]:
+            found = json.loads(run("list", "-J", "-d", "--filter", expression).stdout)["drives"]
+            self.assertEqual([d["name"] for d in found], names if wanted else [], expression)
+        for command in ("list", "raid", "usb", "bays", "find vda", "show " + names[0]):
+            for switch in (["-o", "NAME,SIZE"], ["-O"], ["-J"], ["--ndjson"], ["-r"], ["-P"], ["-n"], ["-b"], ["-p"],
+                           ["-x", "SIZE:desc"], ["--filter", "name =~ ."], ["--tree"], ["-H"], ["-H", "-J"]):
+                result = run(*command.split(), *switch)
+                self.assertIn(result.returncode, (0, 1) if command.startswith("find") else (0, 64), (command, switch, result.stderr))
+                if switch in (["-J"], ["-H", "-J"]):
+                    json.loads(result.stdout)
+        rows = run("list", "-r", "-n", "-o", "NAME,MODEL,WWN,SIZE").stdout.splitlines()
+        self.assertTrue(all(len(row.split(" ")) == 4 for row in rows), rows)
 
     def test_the_schema_refuses_what_is_wrong(self):
         for wrong in ({"drives": []}, {"schema_version": 1, "drives": [None]},

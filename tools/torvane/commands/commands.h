@@ -16,6 +16,8 @@ void add_mount_commands(const Command &tool); // mount, umount
 void add_tray_command(const Command &tool);
 void add_wait_command(const Command &tool);
 void add_watch_command(const Command &tool);
+void add_diff_commands(const Command &tool); // diff, check
+void add_metrics_command(const Command &tool);
 void add_firmware_command(const Command &tool);
 void add_help_command(const Command &tool);
 void add_schema_command(const Command &tool); // hidden

@@ -2,14 +2,12 @@
 #include "commands/calls.h"
 #include "commands/commands.h"
 #include "commands/devices.h"
+#include "output/new_file.h"
 
 #include <torvane.h>
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <memory>
@@ -57,59 +55,6 @@ Ended read_with_progress(const FirmwareOptions &options, const std::string &path
     return ended;
 }
 
-// A file beside its place, gone again unless it is put there. Signals wait for as long as it exists, so that
-// nothing but a kill leaves it behind.
-class NewFile {
-  public:
-    explicit NewFile(const std::string &place) : place_(place), name_(place + ".XXXXXX") {
-        sigset_t all{};
-        sigfillset(&all);
-        sigprocmask(SIG_BLOCK, &all, &before_);
-        fd_ = mkostemp(name_.data(), O_CLOEXEC);
-    }
-    NewFile(const NewFile &) = delete;
-    NewFile &operator=(const NewFile &) = delete;
-    ~NewFile() {
-        if (fd_ >= 0) close(fd_);
-        if (fd_ >= 0 && !kept_) unlink(name_.c_str());
-        sigprocmask(SIG_SETMASK, &before_, nullptr);
-    }
-
-    // Complete and on the medium before it takes its name.
-    bool keep(const Wire::binary_t &bytes, bool replace) {
-        if (fd_ < 0 || !write_all(bytes) || fchmod(fd_, S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH) != 0 ||
-            fsync(fd_) != 0) {
-            return false;
-        }
-        kept_ = replace ? rename(name_.c_str(), place_.c_str()) == 0 : take_free_place();
-        return kept_;
-    }
-
-  private:
-    // Not every file system can refuse to replace while it renames; a second name of the file can never replace.
-    bool take_free_place() const {
-        if (renameat2(AT_FDCWD, name_.c_str(), AT_FDCWD, place_.c_str(), RENAME_NOREPLACE) == 0) return true;
-        if (errno != EINVAL && errno != ENOSYS) return false;
-        return link(name_.c_str(), place_.c_str()) == 0 && unlink(name_.c_str()) == 0;
-    }
-
-    bool write_all(const Wire::binary_t &bytes) const {
-        std::size_t done = 0;
-        while (done < bytes.size()) {
-            const ssize_t count = write(fd_, bytes.data() + done, bytes.size() - done);
-            if (count < 0) return false;
-            done += static_cast<std::size_t>(count);
-        }
-        return true;
-    }
-
-    std::string place_;
-    std::string name_;
-    int fd_ = -1;
-    bool kept_ = false;
-    sigset_t before_{};
-};
-
 int run(const FirmwareOptions &options) {
     if (!options.force && fs::exists(fs::symlink_status(options.file))) {
         complain(options.file + ": exists already; --force replaces it");
@@ -132,7 +77,7 @@ int run(const FirmwareOptions &options) {
         return kFailed;
     }
     const Wire::binary_t &image = ended.result.at("image").get_binary();
-    if (!NewFile(options.file).keep(image, options.force)) {
+    if (!NewFile(options.file).keep(image.data(), image.size(), options.force)) {
         complain(options.file + ": cannot be written: " + std::strerror(errno));
         return kFailed;
     }

@@ -159,6 +159,33 @@ Json columns_schema() {
         {{"column", closed(std::move(properties), {"column", "key", "holds", "unit", "sources", "words"})}});
 }
 
+Json diff_schema() {
+    Json properties = Json::object();
+    for (const char *key : {"name", "serial", "wwn", "fact", "before", "after"}) properties[key] = text_schema();
+    properties["difference"] = {{"enum", {"missing", "new", "moved", "changed"}}};
+    return document("diff", "What 'torvane diff --json' and 'torvane check --json' print.",
+                    {{"differences", list_of(reference("difference"))}}, {"differences"},
+                    {{"difference", closed(std::move(properties), {"difference", "name", "serial", "wwn"})}});
+}
+
+// A line each, so it is the schema of one.
+Json watch_schema() {
+    Json event = {{"$schema", "https://json-schema.org/draft/2020-12/schema"},
+                  {"$id", kBase + std::string("watch:") + std::to_string(kSchemaVersion)},
+                  {"title", "A line of 'torvane watch --json'."}};
+    Json properties = {{"event", {{"enum", {"present", "added", "removed", "changed"}}}}, {"name", text_schema()}};
+    for (const char *key : {"type", "model", "serial", "wwn", "size"}) {
+        properties[key] = value_schema(*inventory::find_fact(key), kAnything);
+    }
+    Json files = {{"event", {{"enum", {"created", "written", "deleted", "renamed"}}}},
+                  {"path", text_schema()},
+                  {"directory", {{"type", "boolean"}}},
+                  {"to", text_schema()}};
+    event["oneOf"] = {closed(std::move(properties), {"event", "name"}),
+                      closed(std::move(files), {"event", "path", "directory"})};
+    return event;
+}
+
 Json mount_schema() {
     return document("mount", "What 'torvane mount --json' prints.", {{"directory", text_schema()}}, {"directory"},
                     Json::object());
@@ -175,7 +202,7 @@ struct Named {
     const char *name;
     Json (*make)();
 };
-constexpr std::array<Named, 10> kSchemas{{{"list", list_schema},
+constexpr std::array<Named, 12> kSchemas{{{"list", list_schema},
                                           {"show", show_schema},
                                           {"raid", raid_schema},
                                           {"usb", usb_schema},
@@ -183,6 +210,8 @@ constexpr std::array<Named, 10> kSchemas{{{"list", list_schema},
                                           {"bays", bays_schema},
                                           {"health", health_schema},
                                           {"columns", columns_schema},
+                                          {"diff", diff_schema},
+                                          {"watch", watch_schema},
                                           {"mount", mount_schema},
                                           {"tray", tray_schema}}};
 

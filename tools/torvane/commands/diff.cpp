@@ -1,0 +1,91 @@
+// torvane diff, check: what is missing, new, moved or changed among the drives.
+#include "commands/commands.h"
+#include "commands/compare.h"
+#include "commands/looks.h"
+#include "commands/trees.h"
+#include "output/messages.h"
+#include "output/text.h"
+
+#include <nlohmann/json.hpp>
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <memory>
+
+namespace tool {
+namespace {
+
+struct DiffOptions {
+    bool json = false;
+    double timeout = kDefaultSeconds;
+    std::string older;
+    std::string newer;
+};
+
+// Columns that tell which drive it is and where.
+constexpr const char *kColumns = "NAME,TYPE,MODEL,SERIAL,WWN,SIZE,FIRMWARE,ENCLOSURE,BAY,PORT,LOCATION";
+
+// WrongUsage for what is no listing of drives: a script must not take it for a machine without any.
+Json read_listing(const std::string &file) {
+    std::ifstream stream(file);
+    if (!stream) throw WrongUsage(file + ": " + std::strerror(errno));
+    Json document = Json::parse(stream, nullptr, false);
+    const auto refuse_it = [&file]() -> WrongUsage {
+        return WrongUsage(file + ": not what 'torvane list --json' prints");
+    };
+    if (document.is_discarded() || !document.is_object() || !document.contains("drives")) throw refuse_it();
+    if (document.value("schema_version", 0) != kSchemaVersion || !document.at("drives").is_array()) throw refuse_it();
+    for (const Json &drive : document.at("drives")) {
+        if (!drive.is_object()) throw refuse_it();
+    }
+    return document;
+}
+
+Json look(const DiffOptions &options, Troubles &troubles) {
+    ListingOptions all;
+    all.json = true;
+    all.columns = kColumns;
+    const Listing listing(all, {"drives", kListedKinds, {}});
+    inventory::Request request = look_for(listing);
+    request.raid = true;
+    request.limit = to_limit(options.timeout);
+    const inventory::Machine machine = inventory::survey(request);
+    troubles = told_troubles(machine, {});
+    return listing.document(list_nodes(machine, {false, false, true}), all.style());
+}
+
+int run(const DiffOptions &options) {
+    const Json before = read_listing(options.older);
+    Troubles troubles;
+    const Json after = options.newer.empty() ? look(options, troubles) : read_listing(options.newer);
+    const std::vector<Difference> differences = compare(before, after);
+    if (options.json) {
+        Json document = {{"schema_version", kSchemaVersion}, {"differences", Json::array()}};
+        for (const Difference &difference : differences) document["differences"].push_back(to_json(difference));
+        print_json(document, stdout);
+    } else {
+        for (const Difference &difference : differences) {
+            std::printf("%s\n", printable(sentence_of(difference)).c_str());
+        }
+    }
+    tell(troubles);
+    return differences.empty() ? exit_code(troubles, true) : kFailed;
+}
+
+} // namespace
+
+void add_diff_commands(const Command &tool) {
+    const auto options = std::make_shared<DiffOptions>();
+    tool.add("diff", "Tell what differs from an earlier 'list --json'.", [options] { return run(*options); })
+        .argument("OLD", options->older, "a file that 'torvane list --json -O' wrote")
+        .argument("NEW", options->newer, "a later one; none: the machine as it is", false)
+        .json(options->json)
+        .timeout(options->timeout);
+    tool.add("check", "Tell whether the machine has the drives that it should.", [options] { return run(*options); })
+        .option("--expect", options->older, "FILE", "a file that 'torvane list --json -O' wrote", true)
+        .json(options->json)
+        .timeout(options->timeout);
+}
+
+} // namespace tool
