@@ -35,7 +35,7 @@ std::string real_path(const std::string &path) {
 }
 
 const Tool *const kTools[] = {
-    &kStorcli2, &kPerccli2, &kStorcli, &kPerccli, &kMegacli,
+    &kStorcli2, &kPerccli2, &kStorcli, &kPerccli, &kMegacli, &kArcconf, &kSsacli, &kSas3ircu, &kSas2ircu, &kMvcli,
 };
 
 } // namespace

@@ -16,7 +16,7 @@ extern const Tool kPerccli;
 extern const Tool kMegacli;  // megacli.cpp
 extern const Tool kArcconf;  // arcconf.cpp
 extern const Tool kSsacli;   // ssacli.cpp
-extern const Tool kSas3ircu; // sas2ircu.cpp
+extern const Tool kSas3ircu; // sasircu.cpp
 extern const Tool kSas2ircu;
 extern const Tool kMvcli; // mvcli.cpp
 
