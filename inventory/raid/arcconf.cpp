@@ -11,6 +11,7 @@ namespace {
 
 using arcconf::Config;
 using arcconf::Drive;
+using arcconf::is_no_serial;
 using arcconf::Place;
 using arcconf::Volume;
 
@@ -61,6 +62,7 @@ void read_columns(const std::vector<std::string> &legend, const Line &line, List
         if (place == legend.end()) continue;
         listed.*column.member = columns[static_cast<std::size_t>(place - legend.begin())];
     }
+    if (is_no_serial(listed.serial)) listed.serial.clear();
 }
 
 void read_list(Page &page, Listing &listing) {

@@ -8,6 +8,9 @@
 
 namespace inventory::raid::arcconf {
 
+// What the firmware answers for a controller without serial number.
+inline bool is_no_serial(std::string_view serial) { return same_word(serial, "BAD0"); }
+
 // Where a drive sits. The tool says it in one of three ways, by version and cabling; only the same way compares.
 struct Place {
     enum class Kind : std::uint8_t { kNone, kChannel, kEnclosure, kConnector };

@@ -30,9 +30,7 @@ void read_pci(Controller &controller, const Line &line, Page &page) {
 }
 
 void read_controller_serial(Controller &controller, const Line &line, Page &) {
-    // What the driver answers for a controller without a serial number.
-    const bool none = same_word(line.value, "BAD0");
-    if (controller.serial.empty() && !none) controller.serial = told(line.value);
+    if (controller.serial.empty() && !is_no_serial(line.value)) controller.serial = told(line.value);
 }
 
 constexpr std::array<KeyRule<Controller>, 7> kControllerRules{{
@@ -63,7 +61,9 @@ void read_members(Volume &volume, const Line &line, Page &page) {
         const std::size_t end = std::min(rest.find_first_of(" \t"), rest.size());
         Segment segment;
         segment.line = line.number;
-        segment.place = place_of(rest.substr(0, end));
+        std::string_view pair = rest.substr(0, end);
+        if (pair.starts_with('(') && pair.ends_with(')')) pair = pair.substr(1, pair.size() - 2);
+        segment.place = place_of(pair);
         rest = trimmed(rest.substr(end));
         if (segment.place.kind == Place::Kind::kNone) {
             page.doubt(line, "a member that names no channel and device");
@@ -306,8 +306,11 @@ constexpr std::array<Opening, 8> kOpenings{{
 bool open_thing(Reading &reading, const Line &line) {
     for (const Opening &opening : kOpenings) {
         const std::optional<std::string> number = number_after(line.text, opening.beginning);
-        if (!number) continue;
-        opening.open(reading, line, *number);
+        const bool unreadable = !number && begins_with(line.text, opening.beginning) && line.value.empty();
+        if (!number && !unreadable) continue;
+        if (number) opening.open(reading, line, *number);
+        if (unreadable) reading.page.doubt(line, "\"" + told(line.text) + "\" has no number");
+        reading.in_thing = reading.in_thing && number.has_value();
         return true;
     }
     return false;

@@ -147,6 +147,7 @@ std::size_t Ties::make_drive(const Segment &segment) {
     drive.what = Drive::What::kDisk;
     drive.only_in_a_segment = true;
     drive.state = segment.word;
+    drive.device_id = number_after(segment.name, "device").value_or("");
     drive.serial = segment.serial;
     drive.interface = segment.interface;
     drive.media = segment.media;

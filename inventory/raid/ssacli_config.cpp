@@ -192,7 +192,7 @@ void read_reference(Drive &drive, std::string_view parts) {
         } else if (!interface_of(part).empty() || !media_of(part).empty()) {
             if (drive.interface.empty()) drive.interface = interface_of(part);
             if (drive.media.empty()) drive.media = media_of(part);
-        } else if (drive.listed_state.empty()) {
+        } else if (drive.listed_bytes && drive.listed_state.empty()) { // the status follows the size
             drive.listed_state = told(part);
         }
     }
