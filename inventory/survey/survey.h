@@ -16,6 +16,7 @@ struct Request {
     bool defects = false;          // their defect lists too
     bool state = false;            // makers' own commands too
     bool raid = false;             // run the RAID makers' tools
+    std::vector<std::string> keys; // facts that are shown; empty: all. What none of them needs may be left unread.
     std::vector<std::string> only; // kernel names of the drives to ask; empty: all of them
     std::chrono::milliseconds limit{30000};
     std::function<void()> tick; // about once a second while drives are asked

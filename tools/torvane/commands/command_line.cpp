@@ -157,11 +157,12 @@ CLI::Validator one_of(std::vector<std::string> words) {
 // The words as the parser wants them, the command first: 'list' may be left out, a device alone is listed, and
 // options may stand before the command's name.
 std::vector<std::string> arranged(const CLI::App &tool, const std::vector<std::string> &words) {
-    static const std::set<std::string> kOwn{"-h", "--help", "-V", "--version"};
+    static const std::set<std::string> own_options{"-h", "--help", "-V", "--version"};
     std::vector<std::string> result = words;
     const std::size_t at = first_word(tool, words);
     if (at == words.size()) {
-        const bool own = std::any_of(words.begin(), words.end(), [](const std::string &w) { return kOwn.contains(w); });
+        const bool own =
+            std::any_of(words.begin(), words.end(), [](const std::string &w) { return own_options.contains(w); });
         if (!own) result.insert(result.begin(), "list");
         return result;
     }

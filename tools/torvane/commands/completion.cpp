@@ -70,8 +70,8 @@ const CLI::Option *argument_at(const CLI::App &command, std::size_t place) {
 }
 
 void add_argument(const std::string &name, Words &found) {
-    static const std::set<std::string> kDevices{"DEVICE", "DEVICE|SERIAL", "SERIAL", "TEXT"};
-    if (kDevices.contains(name)) add_devices(found);
+    static const std::set<std::string> named_devices{"DEVICE", "DEVICE|SERIAL", "SERIAL", "TEXT"};
+    if (named_devices.contains(name)) add_devices(found);
     if (name == "STATE") found.insert(found.end(), {"unbound", "bound", "node"});
     if (name == "on|off") found.insert(found.end(), {"on", "off"});
     if (name == "EVENT") found.insert(found.end(), {"created", "deleted"});

@@ -36,6 +36,7 @@ inventory::Request look_for(const Listing &listing) {
     request.state = listing.asks(costs_state);
     request.raid = listing.asks(costs_tool);
     request.ask_drives = listing.asks(asks_drive);
+    for (const Column *column : listing.asked()) request.keys.emplace_back(column->key);
     return request;
 }
 

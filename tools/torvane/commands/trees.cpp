@@ -64,6 +64,7 @@ std::vector<Node> list_nodes(const inventory::Machine &machine, const Arrangemen
     }
     sort_by_name(roots);
     std::vector<Node> nodes;
+    nodes.reserve(roots.size());
     for (const Thing *root : roots) nodes.push_back(node_of(*root, arrangement, 0));
     return nodes;
 }

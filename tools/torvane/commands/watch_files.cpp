@@ -101,8 +101,8 @@ class FileWatch {
         tell_departure();
         for (const EventName &known_event : kEvents) {
             if ((event.mask & known_event.bit) == 0) continue;
-            const bool is_new = event.mask == (event.mask & ~IN_CREATE) || told_.erase(path) == 0;
-            if (is_new) print_event(known_event.word, path, is_directory, json_);
+            const bool is_told = known_event.bit == IN_CREATE && told_.erase(path) != 0;
+            if (!is_told) print_event(known_event.word, path, is_directory, json_);
         }
         if (is_directory && (event.mask & IN_CREATE) != 0) add(path, true); // it may be gone again
     }

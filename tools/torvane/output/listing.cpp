@@ -56,7 +56,7 @@ bool ListingOptions::wants_tree() const {
     return tree || isatty(STDOUT_FILENO) == 1;
 }
 
-Listing::Listing(const ListingOptions &options, ListingKind kind)
+Listing::Listing(const ListingOptions &options, const ListingKind &kind)
     : Listing(options, kind, choose_columns({options.columns, options.all_columns, kind.kinds, kind.usual})) {}
 
 Listing::Listing(const ListingOptions &options, ListingKind kind, Columns columns)

@@ -52,7 +52,7 @@ struct ListingKind {
 // Read from the command line before anything is looked at, so that a wrong column costs no time.
 class Listing {
   public:
-    Listing(const ListingOptions &options, ListingKind kind);
+    Listing(const ListingOptions &options, const ListingKind &kind);
     // With these columns, whatever the options name.
     Listing(const ListingOptions &options, ListingKind kind, Columns columns);
 
