@@ -16,10 +16,10 @@ using namespace torvane;
 
 namespace {
 
-constexpr int kNoBlockSize = -1;
-constexpr int kNoBlockCount = -2;
-constexpr int kNoStart = -4;
-constexpr int kNoRotation = -8;
+constexpr int kNoBlockSize = -TORVANE_GEOMETRY_BLOCK_SIZE;
+constexpr int kNoBlockCount = -TORVANE_GEOMETRY_BLOCK_COUNT;
+constexpr int kNoStart = -TORVANE_GEOMETRY_START;
+constexpr int kNoRotation = -TORVANE_GEOMETRY_ROTATION;
 
 // Drivers from before 2.5.68 answer this one only; the kernel's header has since dropped its name.
 constexpr unsigned long kGetBigGeometry = 0x0330;

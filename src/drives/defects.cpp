@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <fcntl.h>
 #include <scsi/sg.h>
 
@@ -14,8 +13,8 @@ using namespace torvane;
 
 namespace {
 
-constexpr int kNoPrimaryList = -1;
-constexpr int kNoGrownList = -2;
+constexpr int kNoPrimaryList = -TORVANE_DEFECTS_PRIMARY;
+constexpr int kNoGrownList = -TORVANE_DEFECTS_GROWN;
 
 // READ DEFECT DATA (SBC-3 clauses 5.10 and 5.11).
 constexpr unsigned char kReadDefectData10 = 0x37;
@@ -194,7 +193,7 @@ int print_count(const char *label, int32_t entries, uint32_t bytes) noexcept {
 int torvane::read_drive_defects(int fd, const char *path, DriveRecord &drive) noexcept {
     if (fd < 0) {
         fail(kDefects, "failed to open '%s'", path);
-        return 1;
+        return TORVANE_NOT_OPENED;
     }
     DefectCounts defects{};
     const int result = count_both(fd, defects);
@@ -206,7 +205,7 @@ int torvane::read_drive_defects(int fd, const char *path, DriveRecord &drive) no
 }
 
 int get_drive_defects(const char *path, DriveRecord *drive) noexcept {
-    if (path == nullptr || drive == nullptr) return 1;
+    if (path == nullptr || drive == nullptr) return TORVANE_NOT_OPENED;
     const Descriptor device(open(path, O_RDONLY | O_NONBLOCK));
     return read_drive_defects(device.get(), path, *drive);
 }

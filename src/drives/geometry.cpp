@@ -11,9 +11,8 @@ using namespace torvane;
 
 namespace {
 
-constexpr int kNotOpened = 1;
-constexpr int kNoSecondBlockSize = -32;
-constexpr int kNoDeviceName = -64;
+constexpr int kNoSecondBlockSize = -TORVANE_GEOMETRY_BLOCK_SIZE_RETRY;
+constexpr int kNoDeviceName = -TORVANE_GEOMETRY_DEVICE_NAME;
 constexpr int kOddSum = -1; // for has_error(): opening or the block size failed
 constexpr size_t kNameSize = 150;
 
@@ -26,7 +25,7 @@ int read_start(int fd, const char *path, DriveRecord &drive, const KnownGeometry
 int read_all(int fd, const char *path, DriveRecord &drive, const KnownGeometry &known) noexcept {
     if (fd < 0) {
         fail(kGeometry, "failed to open '%s'", path);
-        return kNotOpened;
+        return TORVANE_NOT_OPENED;
     }
     int result = get_block_size(fd, &drive.block_size);
     result += get_number_of_blocks(fd, drive.block_size, &drive.block_count);
@@ -77,7 +76,7 @@ int torvane::read_drive_geometry(int fd, const char *path, DriveRecord &drive, c
 }
 
 int get_drive_geometry(const char *path, DriveRecord *drive) noexcept {
-    if (path == nullptr || drive == nullptr) return kNotOpened;
+    if (path == nullptr || drive == nullptr) return TORVANE_NOT_OPENED;
     const Descriptor device(open(path, O_RDONLY | O_NONBLOCK));
     return read_drive_geometry(device.get(), path, *drive, {});
 }

@@ -1,11 +1,10 @@
 #include "drives/record.h"
 #include "foundation/errors.h"
+#include "foundation/sysfs.h"
 
 using namespace torvane;
 
 namespace {
-
-constexpr uint64_t kSectorSize = 512;
 
 // Prefix comparison, so a record of the disk's partition counts as the disk.
 DriveRecord *find_by_prefix(const DriveList &list, const char *path) noexcept {

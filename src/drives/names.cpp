@@ -1,15 +1,13 @@
 #include "drives/names.h"
 
 #include "drives/name_set.h"
-#include "drives/partition_scan.h"
 #include "foundation/errors.h"
+#include "foundation/proc_partitions.h"
 #include "foundation/text.h"
 
 using namespace torvane;
 
 namespace {
-
-constexpr int kHeaderLines = 2; // the column names and a blank line
 
 void release_names(char ***names, uint32_t *count) noexcept {
     release_drive_names(*names, *count);

@@ -6,13 +6,14 @@
 
 namespace torvane {
 
-constexpr const char *kProcPartitions = "/proc/partitions";
-
 struct PartitionRow {
     int minor;
     uint64_t blocks; // of 1024 bytes
     const char *name;
 };
+
+// The row of a line of /proc/partitions, whose name is ended in the line. False for a line without a name.
+bool read_row(char *line, PartitionRow &row) noexcept;
 
 // The disk's own row, then the rows right behind it whose names begin with the disk's. A row with a minor
 // number between two multiples of 16 is a partition itself and has none below it.

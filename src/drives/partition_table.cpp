@@ -2,24 +2,16 @@
 
 #include "drives/names.h"
 #include "foundation/errors.h"
-#include "foundation/text.h"
+#include "foundation/proc_partitions.h"
 
 #include <algorithm>
-#include <cinttypes>
+#include <cstring>
 
 namespace torvane {
 namespace {
 
 constexpr uint32_t kFirstSize = 1U << 16U;
 constexpr uint32_t kLargestSize = 1U << 30U;
-
-bool enlarge(CString &text, uint32_t size) noexcept {
-    void *larger = std::realloc(text.get(), size);
-    if (larger == nullptr) return false;
-    (void)text.release();
-    text.reset(static_cast<char *>(larger));
-    return true;
-}
 
 } // namespace
 
@@ -57,12 +49,7 @@ int PartitionTable::read_names(char ***names, uint32_t *count, OpenDisks &disks)
 // Rows that have no name are skipped, as everywhere.
 bool PartitionTable::add_row(char *line) noexcept {
     PartitionRow row{};
-    int name_offset = -1;
-    (void)std::sscanf(line, "%*d %d %" SCNu64 " %n", &row.minor, &row.blocks, &name_offset);
-    if (name_offset < 0 || line[name_offset] == '\0') return true;
-    char *name = line + name_offset;
-    name[std::strcspn(name, " \t\r\v\f")] = '\0';
-    row.name = name;
+    if (!read_row(line, row)) return true;
     PartitionRow *rows = rows_.release();
     const bool grown = grow(rows, count_);
     rows_.reset(rows);

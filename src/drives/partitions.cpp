@@ -1,5 +1,6 @@
 #include "drives/partition_table.h"
 #include "foundation/errors.h"
+#include "foundation/proc_partitions.h"
 #include "foundation/text.h"
 
 #include <cinttypes>
@@ -7,7 +8,7 @@
 namespace torvane {
 namespace {
 
-constexpr int kNoPartitions = -16;
+constexpr int kNoPartitions = -TORVANE_GEOMETRY_PARTITIONS;
 constexpr int kMinorsPerDisk = 16;   // of the SCSI disk driver (Linux devices.txt, major 8)
 constexpr unsigned kBlockShift = 10; // /proc/partitions counts in 1024-byte blocks
 
@@ -22,19 +23,17 @@ int fail_to_find(const char *path) noexcept {
     return kNoPartitions;
 }
 
-// A file with a buffer large enough that the kernel need not walk its devices for every kilobyte again.
-struct PartitionsFile {
-    char buffer[1U << 16U];
-    File stream;
-
-    bool open() noexcept {
-        stream.reset(std::fopen(kProcPartitions, "r"));
-        if (stream) (void)std::setvbuf(stream.get(), buffer, _IOFBF, sizeof buffer);
-        return stream != nullptr;
-    }
-};
-
 } // namespace
+
+bool read_row(char *line, PartitionRow &row) noexcept {
+    int name_offset = -1;
+    (void)std::sscanf(line, "%*d %d %" SCNu64 " %n", &row.minor, &row.blocks, &name_offset);
+    if (name_offset < 0 || line[name_offset] == '\0') return false;
+    char *name = line + name_offset;
+    name[std::strcspn(name, " \t\n\r\v\f")] = '\0';
+    row.name = name;
+    return true;
+}
 
 PartitionScan::Step PartitionScan::take(const PartitionRow &row) noexcept {
     if (found_) {
@@ -74,9 +73,9 @@ int get_partitions(const char *path, PartitionList *partitions) noexcept {
 
 int get_partition(const char *name, PartitionList *partitions) noexcept {
     if (name == nullptr || partitions == nullptr) return -1;
-    PartitionsFile file;
-    if (!file.open()) return fail(kGeometry, "failed to open /proc/partitions to read partition information");
-    return parse_partition(file.stream.get(), name, partitions);
+    const PartitionsFile file;
+    if (!file) return fail(kGeometry, "failed to open /proc/partitions to read partition information");
+    return parse_partition(file.get(), name, partitions);
 }
 
 int parse_partition(FILE *file, const char *name, PartitionList *partitions) noexcept {
@@ -88,11 +87,7 @@ int parse_partition(FILE *file, const char *name, PartitionList *partitions) noe
         const CString line(text);
         if (length == 0) break;
         PartitionRow row{};
-        char *row_name = nullptr;
-        if (length > 0) (void)std::sscanf(text, "%*d %d %" SCNu64 " %ms", &row.minor, &row.blocks, &row_name);
-        const CString owned_name(row_name);
-        row.name = row_name;
-        if (length > 0 && row_name != nullptr) step = scan.take(row);
+        if (length > 0 && read_row(text, row)) step = scan.take(row);
         if (length < 0 || step == PartitionScan::Step::kFailed) {
             release_partitions(*partitions);
             return -1;
@@ -118,14 +113,14 @@ int get_partition_information(const char *path, DeviceGeometry *geometry) noexce
     geometry->reserved = 0;
     char wanted[9] = "";
     if (get_last_token(path, "/", sizeof wanted, wanted) < 0) return kNoPartitions;
-    PartitionsFile file;
-    if (!file.open()) {
+    const PartitionsFile file;
+    if (!file) {
         fail(kGeometry, "failed to open /proc/partitions for partition information");
         return fail_to_find(path);
     }
     bool in_disk = false;
     char line[100];
-    while (std::fgets(line, sizeof line, file.stream.get()) != nullptr) {
+    while (std::fgets(line, sizeof line, file.get()) != nullptr) {
         int major = 0;
         int minor = 0;
         uint64_t blocks = 0;
@@ -138,11 +133,13 @@ int get_partition_information(const char *path, DeviceGeometry *geometry) noexce
             in_disk = true;
             continue;
         }
-        if (!lies_below(name, wanted)) break;
+        if (!lies_below(name, wanted)) return 0;
         if (geometry->partition_sizes != nullptr) {
             geometry->partition_sizes[geometry->partition_count] = blocks << kBlockShift;
         }
         ++geometry->partition_count;
     }
-    return in_disk ? 0 : fail_to_find(path);
+    if (in_disk && std::feof(file.get()) != 0) return 0;
+    geometry->partition_count = 0; // what a read error cut short is none
+    return fail_to_find(path);
 }

@@ -4,6 +4,7 @@
 #include "drives/geometry.h"
 #include "drives/state.h"
 #include "foundation/errors.h"
+#include "foundation/sysfs.h"
 #include "identity/specification.h"
 
 #include <fcntl.h>
@@ -66,7 +67,6 @@ int create_drive(DriveList *list, const char *name, DriveOptions options) noexce
 }
 
 int create_removable_drive(DriveRecord **drive, const MediaRecord *device) noexcept {
-    constexpr uint64_t kSectorSize = 512;
     if (drive == nullptr || device == nullptr) return -1;
     *drive = nullptr;
     Drive made(allocate<DriveRecord>());
@@ -85,7 +85,6 @@ int create_removable_drive(DriveRecord **drive, const MediaRecord *device) noexc
 }
 
 int create_raid_drive(DriveList *list, const RaidDrive *drive, uint32_t index) noexcept {
-    constexpr unsigned kSectorShift = 9;
     if (list == nullptr || list->drives == nullptr || index >= list->count) {
         return fail(kDriveList, "invalid drive index '%u'", index);
     }
@@ -100,8 +99,8 @@ int create_raid_drive(DriveList *list, const RaidDrive *drive, uint32_t index) n
     made->model = duplicate_str(drive->model);
     made->serial = duplicate_str(drive->serial);
     made->location = duplicate_str(drive->location);
-    made->block_size = 1U << kSectorShift;
-    made->block_count = drive->size >> kSectorShift;
+    made->block_size = kSectorSize;
+    made->block_count = drive->size / kSectorSize;
     const char *group_device = drive->group != nullptr ? drive->group->device : nullptr;
     made->raid_device = duplicate_str(group_device);
     // The group's device is no part of what makes a record whole.

@@ -1,6 +1,5 @@
 #include "foundation/directory.h"
 #include "foundation/errors.h"
-#include "foundation/sysfs.h"
 #include "foundation/text.h"
 #include "torvane.h"
 

@@ -11,9 +11,8 @@ using namespace torvane;
 
 namespace {
 
-constexpr int kNotOpened = 1;
-constexpr int kNoPermission = -1;
-constexpr int kNoFirmware = -2;
+constexpr int kNoPermission = -TORVANE_STATE_PERMISSION;
+constexpr int kNoFirmware = -TORVANE_STATE_FIRMWARE;
 
 // Drives of other makers: nothing is known, and no command goes out to find out.
 int default_get_permission(int /*fd*/, const char * /*path*/, int *permission) noexcept {
@@ -52,7 +51,7 @@ int get_state(int fd, const char *path, DeviceState *state, bool full) noexcept 
 int torvane::read_drive_state(int fd, const char *path, DriveRecord &drive) noexcept {
     if (fd < 0) {
         fail(kState, "failed to open '%s'", path);
-        return kNotOpened;
+        return TORVANE_NOT_OPENED;
     }
     if (drive.model == nullptr) return fail(kState, "no model specified for '%s'", path);
     return select_vendor_probe(drive.model)->get_permission(fd, path, &drive.permission);
@@ -66,7 +65,7 @@ const VendorProbe *select_vendor_probe(const char *model) noexcept {
 }
 
 int get_drive_state(const char *path, DriveRecord *drive) noexcept {
-    if (path == nullptr || drive == nullptr) return kNotOpened;
+    if (path == nullptr || drive == nullptr) return TORVANE_NOT_OPENED;
     const Descriptor device(open(path, O_RDONLY | O_NONBLOCK));
     return read_drive_state(device.get(), path, *drive);
 }

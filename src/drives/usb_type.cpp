@@ -1,15 +1,9 @@
+#include "removable/records.h"
 #include "torvane.h"
 
 #include <algorithm>
-#include <span>
 
-namespace {
-
-std::span<const ScsiDeviceInfo> devices_of(const MediaRecord &media) noexcept {
-    return {media.devices.devices, media.devices.devices == nullptr ? 0 : media.devices.count};
-}
-
-} // namespace
+using namespace torvane;
 
 DriveType convert_to_drive_type(int type) noexcept {
     switch (type) {

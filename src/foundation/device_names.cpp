@@ -13,7 +13,6 @@ using namespace torvane;
 
 namespace {
 
-constexpr size_t kPathSize = 150;
 constexpr const char *kFailedLink = "failed to resolve link '%s' (%s)";
 
 CString zeroed(size_t size) noexcept { return CString(static_cast<char *>(std::calloc(1, size))); }

@@ -1,11 +1,9 @@
 #include "foundation/interruptions.h"
 #include "foundation/owners.h"
-#include "foundation/text.h"
 #include "torvane.h"
 
 #include <cerrno>
 #include <climits>
-#include <cmath>
 #include <cstring>
 
 using namespace torvane;
@@ -14,15 +12,6 @@ namespace {
 
 constexpr size_t kFirstLineSize = 100;
 constexpr size_t kLargestLineSize = INT_MAX; // what fgets() takes and the result can tell
-
-bool enlarge(CString &buffer, size_t size) noexcept {
-    if (size > kLargestLineSize) return false;
-    void *larger = std::realloc(buffer.get(), size);
-    if (larger == nullptr) return false;
-    (void)buffer.release();
-    buffer.reset(static_cast<char *>(larger));
-    return true;
-}
 
 // fgets() into the rest of a buffer: the length of what is there then, 0 at the end of the file, -1 on error. An
 // interrupted fgets() forgets how much it has put there. No line end is among it, so the first of those that
@@ -80,7 +69,7 @@ int get_line(char **line, FILE *stream) noexcept {
         used += static_cast<size_t>(length);
         if (length == 0 || buffer.get()[used - 1] == '\n' || used < size - 1) break;
         size *= 2;
-        if (!enlarge(buffer, size)) return -1;
+        if (size > kLargestLineSize || !enlarge(buffer, size)) return -1;
     }
     *line = buffer.release();
     return static_cast<int>(used);

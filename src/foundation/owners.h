@@ -60,6 +60,21 @@ class Descriptor {
 // A zero-filled record on the heap, for callers to free; null without memory.
 template <class T> T *allocate() noexcept { return static_cast<T *>(std::calloc(1, sizeof(T))); }
 
+// Gives a record's field a new string, or none; the old one goes.
+inline void replace(char *&field, CString text) noexcept {
+    const CString old(field);
+    field = text.release();
+}
+
+// Makes a heap buffer larger, what is in it kept. False leaves it as it was.
+inline bool enlarge(CString &buffer, size_t size) noexcept {
+    void *larger = std::realloc(buffer.get(), size);
+    if (larger == nullptr) return false;
+    (void)buffer.release();
+    buffer.reset(static_cast<char *>(larger));
+    return true;
+}
+
 // Grows a heap array by `extra` zero-filled entries. False leaves array and count as they were.
 template <class T> bool grow(T *&array, uint32_t &count, uint32_t extra = 1) noexcept {
     if (extra == 0) return true; // realloc() to no entries would free the array

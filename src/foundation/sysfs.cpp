@@ -29,8 +29,6 @@ CString disk_name_prefix(const char *name) noexcept {
 
 namespace {
 
-constexpr size_t kValueSize = 168; // the longest attribute text and its terminator
-constexpr size_t kPathSize = 150;
 constexpr size_t kLongPathSize = 4096;
 
 // An attribute's stream, with a buffer that spares asking the kernel for the right size of one.

@@ -1,7 +1,6 @@
-#include "foundation/text.h"
+#include "foundation/owners.h"
 #include "torvane.h"
 
-#include <climits>
 #include <cstring>
 
 using namespace torvane;

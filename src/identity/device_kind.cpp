@@ -1,6 +1,7 @@
 #include "identity/device_kind.h"
 
 #include "foundation/errors.h"
+#include "identity/results.h"
 
 #include <linux/major.h>
 #include <sys/stat.h>
@@ -8,8 +9,6 @@
 
 namespace torvane {
 namespace {
-
-constexpr int kNoDeviceNumbers = -16;
 
 // Majors of Linux devices.txt. Kept: the later SCSI disk majors (128 and up) are "other", so that drives of these
 // numbers (from the 129th disk on) are read through sysfs only.

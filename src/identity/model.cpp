@@ -2,6 +2,7 @@
 #include "foundation/sysfs.h"
 #include "foundation/text.h"
 #include "identity/ata.h"
+#include "identity/results.h"
 #include "torvane.h"
 
 #include <cstring>
@@ -13,10 +14,7 @@ using namespace torvane;
 
 namespace {
 
-constexpr int kNoModel = -4;
 constexpr const char *kGenericModel = "Generic SCSI device";
-constexpr const char *kBoundedLine = "%167[^\n]"; // a whole line of the longest text that sysfs values are read with
-constexpr size_t kValueSize = 168;
 
 int fail_model(const char *words) noexcept {
     fail(kIdentity, "%s", words);
@@ -56,13 +54,12 @@ bool read_standard_inquiry(int fd, StandardInquiry &inquiry) noexcept {
 }
 
 // "vendor product", each cut to its field of the standard INQUIRY data.
-int format_model(const char *vendor, const char *product, DeviceSpecification &specification) noexcept {
+void format_model(const char *vendor, const char *product, DeviceSpecification &specification) noexcept {
     char trimmed_vendor[kValueSize] = "";
     char trimmed_product[kValueSize] = "";
     trim(vendor, trimmed_vendor);
     trim(product, trimmed_product);
     std::snprintf(specification.model, sizeof specification.model, "%.10s %.16s", trimmed_vendor, trimmed_product);
-    return 0;
 }
 
 // The same as a heap string, uncut: 0 or -1.
@@ -95,7 +92,8 @@ int read_scsi_model(int fd, DeviceSpecification &specification) noexcept {
     char product[StandardInquiry::kProductSize + 1] = "";
     std::memcpy(vendor, inquiry.text_at(StandardInquiry::kVendor), StandardInquiry::kVendorSize);
     std::memcpy(product, inquiry.text_at(StandardInquiry::kProduct), StandardInquiry::kProductSize);
-    return format_model(vendor, product, specification);
+    format_model(vendor, product, specification);
+    return 0;
 }
 
 int read_ide_model(int fd, DeviceSpecification &specification) noexcept {

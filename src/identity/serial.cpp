@@ -2,6 +2,7 @@
 #include "foundation/text.h"
 #include "identity/ata.h"
 #include "identity/device_kind.h"
+#include "identity/results.h"
 #include "identity/unit_serial.h"
 #include "identity/usb_serial.h"
 #include "torvane.h"
@@ -9,8 +10,6 @@
 using namespace torvane;
 
 namespace {
-
-constexpr int kNoSerial = -2;
 
 int fail_serial(const char *words) noexcept {
     fail(kIdentity, "%s", words);

@@ -5,6 +5,7 @@
 #include "foundation/text.h"
 #include "identity/device_kind.h"
 #include "identity/generic_name.h"
+#include "identity/results.h"
 #include "torvane.h"
 
 #include <fcntl.h>
@@ -13,27 +14,17 @@ using namespace torvane;
 
 namespace {
 
-constexpr int kNoGenericName = -1;
-constexpr int kNoSerial = -2;
-constexpr int kNoModel = -4;
-constexpr int kNoDeviceNumbers = -16;
-
-void replace(char *&text, char *by) noexcept {
-    std::free(text);
-    text = by;
-}
-
 // Generic name, model and serial of an open drive: the sum of their penalties.
 int read_identity(int fd, const char *path, DriveRecord &drive) noexcept {
     char *generic = nullptr;
     char *model = nullptr;
     char *serial = nullptr;
     int result = select_generic_name(drive.device_type, path, &generic);
-    replace(drive.generic_name, generic);
+    replace(drive.generic_name, CString(generic));
     result += get_drive_model(fd, drive.device_type, path, &model);
-    replace(drive.model, model);
+    replace(drive.model, CString(model));
     result += get_drive_serial(fd, path, drive.model, &serial);
-    replace(drive.serial, serial);
+    replace(drive.serial, CString(serial));
     return result;
 }
 
@@ -42,7 +33,7 @@ int read_identity(int fd, const char *path, DriveRecord &drive) noexcept {
 int torvane::read_drive_specification(int fd, const char *path, DriveRecord &drive) noexcept {
     if (fd < 0) {
         fail(kIdentity, "failed to open '%s'", path);
-        return 1;
+        return TORVANE_NOT_OPENED;
     }
     DeviceIdentity identity{};
     const int result = stat_device_kind(fd, identity);
@@ -112,7 +103,7 @@ int print_specification(const DeviceSpecification *specification) noexcept {
 }
 
 int get_drive_specification(const char *path, DriveRecord *drive) noexcept {
-    if (path == nullptr || drive == nullptr) return 1;
+    if (path == nullptr || drive == nullptr) return TORVANE_NOT_OPENED;
     const Descriptor device(open(path, O_RDONLY | O_NONBLOCK));
     return read_drive_specification(device.get(), path, *drive);
 }

@@ -10,9 +10,6 @@
 namespace torvane {
 namespace {
 
-constexpr size_t kShortPathSize = 150;
-constexpr size_t kValueSize = 168;
-
 // Cuts a link target behind the directory of the USB device, just above its first interface: the component
 // that holds a ":". False when there is no interface below.
 bool cut_at_interface(char *usb) noexcept {
@@ -64,16 +61,16 @@ int read_usb_serial(const char *path, char **serial) noexcept {
 
 int read_usb_serial_into_spec(DeviceSpecification &specification) noexcept {
     if (specification.device_name[0] == '\0') return -1;
-    char name[kShortPathSize] = "";
+    char name[kPathSize] = "";
     if (get_last_token(specification.device_name, "/", sizeof name, name) < 0) return -1;
-    char link[kShortPathSize];
+    char link[kPathSize];
     std::snprintf(link, sizeof link, "%s/%s", kSysBlock, name);
-    char target[kShortPathSize] = "";
+    char target[kPathSize] = "";
     if (readlink(link, target, sizeof target - 1) < 0 || !contains(target, "usb")) return -1;
     target[length_to_usb_device(target)] = '\0';
     const CString attribute = make_text("%s/%s/serial", kSysBlock, target);
     char value[kValueSize] = "";
-    if (!attribute || read_value_from_sys_file(attribute.get(), "%167[^\n]", value) != 0) return -1;
+    if (!attribute || read_value_from_sys_file(attribute.get(), kBoundedLine, value) != 0) return -1;
     copy_text(specification.serial, value);
     return 0;
 }

@@ -1,17 +1,13 @@
 #include "foundation/directory.h"
+#include "foundation/proc_partitions.h"
 #include "foundation/sysfs.h"
 #include "foundation/text.h"
-#include "raid/model.h"
 #include "raid/tool.h"
 #include "torvane.h"
 
 using namespace torvane;
 
 namespace {
-
-constexpr const char *kPartitions = "/proc/partitions";
-constexpr int kHeaderLines = 2;                  // column names and a blank line
-constexpr size_t kPartitionsBufferSize = 65'536; // few reads: each one makes the kernel walk all earlier devices
 
 using ReadInfo = int (*)(int fd, const char *path, char **info);
 
@@ -68,10 +64,8 @@ int read_model_from_drive(const char *name, InfoMapEntry *entry) noexcept {
 int relate_model_to_drives(InfoMapEntry **map, uint32_t *count) noexcept {
     if (map == nullptr || count == nullptr) return -1;
     *count = 0;
-    char buffer[kPartitionsBufferSize];
-    const File partitions(std::fopen(kPartitions, "r"));
+    const PartitionsFile partitions;
     if (!partitions) return -1;
-    (void)std::setvbuf(partitions.get(), buffer, _IOFBF, sizeof buffer);
     int number = 0;
     int status = 0;
     const bool complete = for_each_line(partitions.get(), [&](const char *line, int) noexcept {

@@ -26,12 +26,6 @@ void relink(RaidController *list, uint32_t count) noexcept;
 // Where a drive sits: enclosure and slot, connector and device, or adapter and slot. Null without memory.
 CString format_raid_location(uint32_t first, uint32_t second) noexcept;
 
-// Gives a record's field a new string; the old one goes.
-inline void replace(char *&field, CString text) noexcept {
-    const CString old(field);
-    field = text.release();
-}
-
 } // namespace torvane
 
 #endif

@@ -1,6 +1,5 @@
 #include "foundation/owners.h"
 #include "foundation/text.h"
-#include "raid/model.h"
 #include "torvane.h"
 
 #include <span>

@@ -1,5 +1,5 @@
 #include "foundation/errors.h"
-#include "removable/records.h"
+#include "foundation/text.h"
 #include "removable/temporary_directory.h"
 #include "torvane.h"
 
@@ -36,12 +36,6 @@ using NodePath = std::unique_ptr<char, Calls<&unlink_and_free>>;
 
 constexpr DeviceKind kUnknownKind = 0;
 
-// What the device says replaces what the record holds, nothing included.
-void replace(char *&text, char *fresh) noexcept {
-    std::free(text);
-    text = fresh;
-}
-
 // Opens a device through a node of our own, which serves devices that have none in /dev and keeps the device
 // manager out of it. Node and directory are gone when this returns: a process that ends while the device makes it
 // wait leaves nothing behind.
@@ -64,10 +58,10 @@ int get_drive_information(ScsiDeviceInfo *device, uint32_t skip_serial) noexcept
     // The readers take no more of a path than the kernel name at its end.
     char *model = nullptr;
     get_drive_model(fd.get(), kUnknownKind, device->name, &model);
-    replace(device->model, model);
+    replace(device->model, CString(model));
     if (skip_serial != 0) return 0;
     char *serial = nullptr;
     get_drive_serial_number(fd.get(), device->name, &serial);
-    replace(device->serial, serial);
+    replace(device->serial, CString(serial));
     return 0;
 }

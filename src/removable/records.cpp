@@ -3,8 +3,6 @@
 #include "foundation/errors.h"
 #include "torvane.h"
 
-#include <algorithm>
-
 using namespace torvane;
 
 const MediaList empty_media_list{};

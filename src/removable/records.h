@@ -47,7 +47,9 @@ class PartitionNames {
     uint32_t count_ = 0;
 };
 
-inline std::span<ScsiDeviceInfo> devices_of(const ScsiDeviceList &list) noexcept { return {list.devices, list.count}; }
+inline std::span<ScsiDeviceInfo> devices_of(const ScsiDeviceList &list) noexcept {
+    return {list.devices, list.devices == nullptr ? 0 : list.count};
+}
 inline std::span<ScsiDeviceInfo> devices_of(const MediaRecord &media) noexcept { return devices_of(media.devices); }
 
 // Frees the four strings of a device and makes them null.

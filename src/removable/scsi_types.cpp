@@ -1,7 +1,6 @@
 #include "foundation/errors.h"
 #include "torvane.h"
 
-#include <algorithm>
 #include <cstdlib>
 
 using namespace torvane;

@@ -2,6 +2,7 @@
 // Both go out as taskfile commands through HDIO_DRIVE_CMD (linux/hdreg.h).
 #include "foundation/errors.h"
 #include "foundation/files.h"
+#include "foundation/sysfs.h"
 #include "foundation/text.h"
 #include "torvane.h"
 
@@ -18,7 +19,6 @@ constexpr unsigned char kReadFirmware = 0xFC; // vendor specific; the feature co
 constexpr size_t kPermissionByte = 55;
 constexpr int kHighestPermission = 5;
 constexpr int kFirmwareSectors = 80;
-constexpr int kSectorSize = 512;
 constexpr int kNoFirmware = -2;
 
 // Command, sector number, feature and sector count, then the sector that comes back.

@@ -2,6 +2,7 @@
 // (SAT-3 clause 12.2).
 #include "foundation/files.h"
 #include "foundation/owners.h"
+#include "foundation/sysfs.h"
 #include "foundation/text.h"
 #include "torvane.h"
 
@@ -19,7 +20,6 @@ constexpr unsigned char kPioDataIn = 4 << 1;     // protocol, CDB byte 1
 constexpr unsigned char kReturnRegisters = 0x20; // CK_COND, CDB byte 2
 constexpr unsigned char kBlocksByCount = 0x0E;   // from the device, in blocks, as many as the count field says
 constexpr unsigned kTimeoutMilliseconds = 10000;
-constexpr int kSectorSize = 512;
 
 // Vendor specific ATA commands.
 constexpr unsigned char kReadImage = 0x85;
