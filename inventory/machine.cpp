@@ -10,9 +10,9 @@ const Value kMissing;
 
 bool is_space(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }
 
-// Drives pad their texts with blanks and NULs on either side.
+// Drives pad their texts with blanks and NULs on either side; some leave the next field's first byte behind them.
 std::string without_padding(std::string text) {
-    const auto is_padding = [](char c) { return is_space(c) || c == '\0'; };
+    const auto is_padding = [](char c) { return is_space(c) || std::iscntrl(static_cast<unsigned char>(c)) != 0; };
     while (!text.empty() && is_padding(text.back())) text.pop_back();
     text.erase(text.begin(), std::find_if_not(text.begin(), text.end(), is_padding));
     return text;

@@ -44,11 +44,12 @@ void lack_all(Thing &drive, const DriveRequest &request, const std::string &reas
 // One line for all drives: nobody wants to read the same words as often as there are disks.
 void tell_that_root_is_needed(Machine &machine, const std::vector<Thing *> &drives, const DriveRequest &request) {
     for (Thing *drive : drives) lack_all(*drive, request, "only root may ask the drive");
-    machine.troubles.push_back({"drives",
-                                {},
-                                "they were not asked: what only they themselves tell is missing",
-                                "reading devices needs root: try again with sudo",
-                                false});
+    machine.troubles.push_back(
+        {"",
+         {},
+         "without root the drives themselves are not asked: what only they tell is missing (try sudo)",
+         "",
+         false});
 }
 
 void take(const Outcome &outcome, Thing &drive, const DriveRequest &request) {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -23,6 +25,18 @@ using namespace inventory;
 using std::chrono::milliseconds;
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
+
+// A /tmp of our own: other tests run commands at the same time.
+void enter_private_tmp() {
+    static const bool is_private = [] {
+        return unshare(CLONE_NEWNS) == 0 && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+               mount("tmp", "/tmp", "tmpfs", 0, nullptr) == 0;
+    }();
+    if (!is_private) GTEST_SKIP() << "a /tmp of its own needs root";
+}
+
+// Seconds to sleep that no other test's process sleeps.
+std::string long_sleep(int base) { return std::to_string(base + getpid()); }
 
 CommandResult shell(const std::string &script, milliseconds time = milliseconds(20'000)) {
     CommandLimits limits;
@@ -50,6 +64,7 @@ std::set<fs::path> scratch_folders() {
 }
 
 TEST(Command, RunsInALocaleAndFolderOfItsOwnAndLeavesNothing) {
+    enter_private_tmp();
     const auto before = scratch_folders();
     const CommandResult result =
         shell("touch log; mkdir -p deep/er; pwd; echo $LC_ALL $LANG; ls; ls -l /proc/self/fd | "
@@ -73,26 +88,30 @@ struct Case {
     const char *trouble;
 };
 
-class Unruly : public testing::TestWithParam<Case> {};
+class Unruly : public testing::TestWithParam<Case> {
+  protected:
+    void SetUp() override { enter_private_tmp(); }
+};
 
 TEST_P(Unruly, EndsInTimeWithAllThatCameOfIt) {
     const auto before = scratch_folders();
     const Clock::time_point begin = Clock::now();
-    const CommandResult result = shell(GetParam().script, milliseconds(1000));
+    const std::string sleep = long_sleep(90'000'000);
+    const CommandResult result = shell("S='sleep " + sleep + "'; export S; " + GetParam().script, milliseconds(1000));
     EXPECT_LT(Clock::now() - begin, milliseconds(6000));
-    EXPECT_EQ(running("98765"), 0U);
+    EXPECT_EQ(result.trouble, GetParam().trouble);
+    EXPECT_EQ(running("sleep" + std::string(1, '\0') + sleep), 0U);
     EXPECT_LE(result.output.size(), CommandLimits().output);
     EXPECT_EQ(scratch_folders(), before);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Commands, Unruly,
-    testing::Values(Case{"Endless", "sleep 98765", "no answer within 1 s"},
-                    Case{"IgnoresTerm", "trap '' TERM; while :; do sleep 98765; done", "no answer within 1 s"},
-                    Case{"Daemon", "setsid --fork sleep 98765; echo done", ""},
-                    Case{"DaemonThatIgnoresTerm",
-                         "(trap '' TERM; setsid bash -c 'setsid sleep 98765 & sleep 98765' &) ; echo", ""},
-                    Case{"SilentWithClosedOutput", "exec >&- 2>&-; sleep 98765", "no answer within 1 s"},
+    testing::Values(Case{"Endless", "$S", "no answer within 1 s"},
+                    Case{"IgnoresTerm", "trap '' TERM; while :; do $S; done", "no answer within 1 s"},
+                    Case{"Daemon", "setsid --fork $S; echo done", ""},
+                    Case{"DaemonThatIgnoresTerm", "(trap '' TERM; setsid bash -c 'setsid $S & $S' &) ; echo", ""},
+                    Case{"SilentWithClosedOutput", "exec >&- 2>&-; $S", "no answer within 1 s"},
                     Case{"EndlessOutput", "yes", "more than 16 MiB of output"},
                     Case{"OneGigabyte", "head -c 1000000000 /dev/zero", "more than 16 MiB of output"},
                     Case{"OneLongLine", "head -c 300000000 /dev/zero | tr '\\0' x", "more than 16 MiB of output"},
@@ -115,20 +134,22 @@ TEST(Command, WorksForACallerThatIgnoresItsChildren) {
 
 // What a caller's death leaves behind: nothing.
 TEST(Command, GoesWithItsCaller) {
+    enter_private_tmp();
+    const std::string sleep = long_sleep(80'000'000);
     const auto before = scratch_folders();
     const pid_t caller = fork();
     if (caller == 0) {
-        shell("setsid --fork sleep 87654; sleep 87654");
+        shell("setsid --fork sleep " + sleep + "; sleep " + sleep);
         _exit(0);
     }
-    for (int i = 0; i < 200 && running("87654") < 2; ++i) std::this_thread::sleep_for(milliseconds(20));
-    ASSERT_GE(running("87654"), 2U);
+    for (int i = 0; i < 200 && running(sleep) < 2; ++i) std::this_thread::sleep_for(milliseconds(20));
+    ASSERT_GE(running(sleep), 2U);
     kill(caller, SIGKILL);
     waitpid(caller, nullptr, 0);
-    for (int i = 0; i < 200 && (running("87654") > 0 || scratch_folders() != before); ++i) {
+    for (int i = 0; i < 200 && (running(sleep) > 0 || scratch_folders() != before); ++i) {
         std::this_thread::sleep_for(milliseconds(20));
     }
-    EXPECT_EQ(running("87654"), 0U);
+    EXPECT_EQ(running(sleep), 0U);
     EXPECT_EQ(scratch_folders(), before);
 }
 

@@ -7,6 +7,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+#include <array>
 #include <memory>
 
 namespace tool {
@@ -30,14 +32,13 @@ void print_line(std::string_view label, std::string_view text) {
     std::printf("  %-*s %s\n", kLabelWidth, std::string(label).c_str(), printable(text).c_str());
 }
 
-// "Serial number" of "serial number": the table's meaning up to its first aside.
+// "Physical sector" of physical_sector; what people know by its letters keeps them.
 std::string label_of(const Column &column) {
-    std::string label = column.heading;
-    for (std::size_t i = 1; i < label.size(); ++i) {
-        if (std::isalpha(static_cast<unsigned char>(label[i - 1])) != 0) {
-            label[i] = static_cast<char>(std::tolower(static_cast<unsigned char>(label[i])));
-        }
-    }
+    constexpr std::array<std::string_view, 7> kLetters{"wwn", "rpm", "hctl", "uuid", "pci", "pt_uuid", "part_uuid"};
+    std::string label = column.key;
+    if (std::find(kLetters.begin(), kLetters.end(), label) != kLetters.end()) return column.heading;
+    std::replace(label.begin(), label.end(), '_', ' ');
+    label.front() = static_cast<char>(std::toupper(static_cast<unsigned char>(label.front())));
     return label;
 }
 
@@ -58,7 +59,9 @@ std::string source_of(const Word &word) {
 }
 
 void print_fact(const Column &column, const Fact &fact) {
-    if (fact.words.empty()) return;
+    // Of a whole disk the start, and of most drives the twin, is no news.
+    const bool is_news = column.key != std::string_view("start") || fact.value() != Value(std::uint64_t{0});
+    if (fact.words.empty() || !is_news || fact.value() == Value(false)) return;
     print_line(label_of(column), with_unit(column, fact.value()));
     if (!fact.disputed) return;
     for (const Word &word : fact.words) print_line("", "  " + with_unit(column, word.value) + ": " + source_of(word));

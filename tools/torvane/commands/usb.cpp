@@ -4,6 +4,7 @@
 #include "commands/devices.h"
 #include "commands/looks.h"
 #include "commands/usb_devices.h"
+#include "inventory/reading/in_use.h"
 #include "inventory/survey/survey.h"
 
 #include <torvane.h>
@@ -73,13 +74,20 @@ int list(const UsbOptions &options) {
 }
 
 // Whether nothing uses the devices; otherwise says who does.
-bool may_go(const UsbChoice &choice, const char *what) {
+bool may_go(const UsbChoice &choice, const char *what, std::chrono::milliseconds limit) {
     bool may = true;
     for (const Thing *device : choice.devices) {
         for (const std::string &user : users_of(*device)) {
             complain("'" + choice.serial + "' is in use: " + user);
             may = false;
         }
+        const std::string path = device->text("path");
+        if (!may || path.empty()) continue;
+        // Containers and services have mounts of their own, and programs hold devices open.
+        const inventory::Claim claim = inventory::ask_for_device_alone(path, device->text("maj_min"), limit);
+        if (claim.state != inventory::Claim::State::kUsed) continue;
+        complain("'" + choice.serial + "' is in use: " + claim.words);
+        may = false;
     }
     if (!may) complain(std::string("free it first, or ") + what + " it all the same with --force");
     return may;
@@ -116,7 +124,7 @@ int set_state(const UsbOptions &options) {
     UsbChoice choice;
     if (!choose_usb(options.text, to_limit(options.timeout), choice)) return kFailed;
     if (has_node_already(choice, number)) return kFailed;
-    if (!options.force && !may_go(choice, "change")) return kFailed;
+    if (!options.force && !may_go(choice, "change", to_limit(options.timeout))) return kFailed;
     return change(
         options, [&] { return change_state(choice.serial.c_str(), number); }, "change the state of");
 }
@@ -125,7 +133,7 @@ int bind(const UsbOptions &options) {
     UsbChoice choice;
     if (!choose_usb(options.text, to_limit(options.timeout), choice)) return kFailed;
     // The wait undoes a bind that came to nothing, and with it whatever was bound before.
-    if (options.wait && !may_go(choice, "bind")) return kFailed;
+    if (options.wait && !may_go(choice, "bind", to_limit(options.timeout))) return kFailed;
     const auto bind_it = options.wait ? bind_to_driver_with_wait_for_devices : bind_to_driver;
     return change(
         options, [&] { return bind_it(choice.serial.c_str()); }, "bind");
@@ -134,7 +142,7 @@ int bind(const UsbOptions &options) {
 int unbind(const UsbOptions &options) {
     UsbChoice choice;
     if (!choose_usb(options.text, to_limit(options.timeout), choice)) return kFailed;
-    if (!options.force && !may_go(choice, "unbind")) return kFailed;
+    if (!options.force && !may_go(choice, "unbind", to_limit(options.timeout))) return kFailed;
     const auto unbind_all = [&] {
         if (unbind_from_driver(choice.serial.c_str()) != 0) return -1;
         const auto seconds = static_cast<std::uint32_t>(to_limit(options.timeout).count() / 1000);
