@@ -112,7 +112,10 @@ class Usage(unittest.TestCase):
 
     def test_published_schemas_are_what_the_tool_makes(self):
         for name in run("schema").stdout.split():
-            self.assertEqual(json.loads(run("schema", name).stdout), schema(name), name)
+            self.assertEqual(json.loads(run("schema", name).stdout), schema(name), "scripts/update-docs mends it: " + name)
+        manual = (ROOT / "man" / "torvane.1").read_text(encoding="utf-8")
+        for column in json.loads(run("show", "-H", "-J").stdout)["columns"]:
+            self.assertIn(f".It Li {column['column']} , {column['key']}\n", manual, "scripts/update-docs mends it")
 
     def test_columns_are_listed_and_all_accepted_in_any_case(self):
         lines = run("list", "-H", "-n", "-r").stdout.splitlines()
