@@ -21,13 +21,20 @@ bool is_whole_disk(const char *path, OpenDisks *disks) noexcept {
 }
 
 int add_disk_of_line(const char *line, char ***names, uint32_t *count, OpenDisks *disks) noexcept {
-    char *scanned = nullptr;
-    if (std::sscanf(line, "%*d %*d %*d %ms", &scanned) != 1) {
-        return fail(kDriveList, "failed to parse line '%s'", line);
+    PartitionRow row{};
+    auto length = static_cast<int>(scan_plain_row(line, row));
+    CString scanned;
+    if (length == 0) {
+        char *name = nullptr;
+        if (std::sscanf(line, "%*d %*d %*d %ms", &name) != 1) {
+            return fail(kDriveList, "failed to parse line '%s'", line);
+        }
+        scanned.reset(name);
+        row.name = name;
+        length = static_cast<int>(std::strlen(name));
     }
-    const CString name(scanned);
-    CString path = make_text("/dev/%s", scanned);
-    if (!path) return fail(kDriveList, "failed to allocate name '%s'", scanned);
+    CString path = make_text("/dev/%.*s", length, row.name);
+    if (!path) return fail(kDriveList, "failed to allocate name '%.*s'", length, row.name);
     if (!is_whole_disk(path.get(), disks)) return 0;
     if (add_drive_name_to_list(path.get(), names, count) != 0) return -1;
     (void)path.release();

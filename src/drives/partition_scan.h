@@ -15,6 +15,10 @@ struct PartitionRow {
 // The row of a line of /proc/partitions, whose name is ended in the line. False for a line without a name.
 bool read_row(char *line, PartitionRow &row) noexcept;
 
+// A row as the kernel writes it, numbers without signs and a name, without the cost of a format: the length of its
+// name, or 0 for any other text. The row's name then points into the line.
+size_t scan_plain_row(const char *line, PartitionRow &row) noexcept;
+
 // The disk's own row, then the rows right behind it whose names begin with the disk's. A row with a minor
 // number between two multiples of 16 is a partition itself and has none below it.
 class PartitionScan {

@@ -9,7 +9,8 @@ namespace torvane {
 namespace {
 
 constexpr int kNoPartitions = -TORVANE_GEOMETRY_PARTITIONS;
-constexpr int kMinorsPerDisk = 16;   // of the SCSI disk driver (Linux devices.txt, major 8)
+constexpr int kMinorsPerDisk = 16; // of the SCSI disk driver (Linux devices.txt, major 8)
+constexpr const char *kBlanks = " \t\n\v\f\r";
 constexpr unsigned kBlockShift = 10; // /proc/partitions counts in 1024-byte blocks
 
 bool is_partition_row(int minor) noexcept { return (minor & (kMinorsPerDisk - 1)) != 0; }
@@ -25,12 +26,32 @@ int fail_to_find(const char *path) noexcept {
 
 } // namespace
 
+size_t scan_plain_row(const char *line, PartitionRow &row) noexcept {
+    constexpr size_t kMostDigits[] = {9, 9, 18}; // of numbers that fit their types whatever the digits are
+    uint64_t numbers[3] = {};
+    for (size_t i = 0; i < 3; ++i) {
+        line += std::strspn(line, " ");
+        size_t digits = 0;
+        for (; *line >= '0' && *line <= '9'; ++line, ++digits) {
+            numbers[i] = numbers[i] * 10 + static_cast<uint64_t>(*line - '0');
+        }
+        if (digits == 0 || digits > kMostDigits[i] || *line != ' ') return 0;
+    }
+    line += std::strspn(line, " ");
+    row = {.minor = static_cast<int>(numbers[1]), .blocks = numbers[2], .name = line};
+    return std::strcspn(line, kBlanks);
+}
+
 bool read_row(char *line, PartitionRow &row) noexcept {
+    if (const size_t length = scan_plain_row(line, row); length > 0) {
+        line[static_cast<size_t>(row.name - line) + length] = '\0';
+        return true;
+    }
     int name_offset = -1;
     (void)std::sscanf(line, "%*d %d %" SCNu64 " %n", &row.minor, &row.blocks, &name_offset);
     if (name_offset < 0 || line[name_offset] == '\0') return false;
     char *name = line + name_offset;
-    name[std::strcspn(name, " \t\n\r\v\f")] = '\0';
+    name[std::strcspn(name, kBlanks)] = '\0';
     row.name = name;
     return true;
 }
