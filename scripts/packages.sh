@@ -9,8 +9,14 @@ test_packages=(
     python3-jsonschema python3-prometheus-client python3-clang libpython3.11
     man-db mandoc binutils abigail-tools
     qemu-system-x86 busybox-static cpio kmod udev lsscsi sg3-utils mdadm tgt open-iscsi pciutils hdparm
+    libbenchmark-dev valgrind strace
     fdisk dosfstools mtools e2fsprogs genisoimage usbutils util-linux procps zstd xz-utils
 )
+
+# To measure them: bench/run. What other tools are compared with, when they can be had.
+bench_packages=("${build_packages[@]}" libbenchmark-dev valgrind strace qemu-system-x86 busybox-static cpio kmod
+    udev fdisk lsscsi util-linux python3)
+optional_bench_packages=(smartmontools)
 
 # require_packages PACKAGE...: installs those that are missing.
 require_packages() {
