@@ -288,14 +288,19 @@ std::chrono::milliseconds to_limit(double seconds) {
 
 std::string help_of(const std::vector<std::string> &names) {
     const CLI::App *about = running;
+    std::string above;
     for (const std::string &name : names) {
         const auto is_it = [&name](const CLI::App *command) { return command->get_name() == name; };
         const std::vector<const CLI::App *> found = about->get_subcommands(is_it);
-        if (found.empty())
+        if (found.empty()) {
             throw WrongUsage("unknown command '" + name + "'" + did_you_mean(name, names_of_commands(*about)));
+        }
+        above += (above.empty() ? "" : " ") + about->get_name();
         about = found.front();
     }
-    return about->help(about == running ? "" : "torvane");
+    above += (above.empty() ? "" : " ") + about->get_name();
+    // Not by the parser's own help(), which goes on to the command of this line.
+    return about->get_formatter()->make_help(about, above, CLI::AppFormatMode::Normal);
 }
 
 // "complete" has words behind it that are no line yet, and the parser must not judge them.
