@@ -136,7 +136,7 @@ void open_controller(Reading &reading, const Line &line, const Title &title) {
         if (same) return return_to(reading, i);
     }
     const bool again = !reading.boxes.empty() && begins_with(reading.current().controller.number, "unknown");
-    if (has_slot || title.serial.size() > 0 || !again) return add_controller(reading, line, title);
+    if (has_slot || !title.serial.empty() || !again) return add_controller(reading, line, title);
     reading.unknown = title;
 }
 
