@@ -11,10 +11,10 @@ namespace inventory {
 // asked anything: what their driver remembers is enough.
 void read_bays(Machine &machine);
 
-// Asks the enclosure whether a bay's locating light is on, and tells it.
-void read_light(Thing &bay);
+// Asks the enclosure whether this bay's locating light is on, and tells it.
+void read_light(Thing &thing);
 
-// Turns a bay's locating light on or off: "" or why not.
-std::string set_locate(const Thing &bay, bool on);
+// Turns this bay's locating light on or off: "" or why not.
+std::string set_locate(const Thing &thing, bool on);
 
 } // namespace inventory

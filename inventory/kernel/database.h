@@ -2,8 +2,8 @@
 #pragma once
 
 #include "inventory/facts.h"
+#include "inventory/kernel/folder.h"
 
-#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -15,12 +15,13 @@ namespace inventory {
 
 class Thing;
 
+// One device's entry.
 struct Entry {
     bool known = false; // whether the device manager has seen the device at all
-    std::map<std::string, std::string, std::less<>> properties;
-    std::vector<std::string> links; // "/dev/disk/by-id/..."
+    std::string lines;  // "\nE:PROPERTY=VALUE" and "\nS:LINK BELOW /dev", each ended by the next one or a newline
 
     [[nodiscard]] std::string text(std::string_view property) const; // "" when missing
+    [[nodiscard]] std::vector<std::string> links() const;            // "disk/by-id/..."
 };
 
 class Database {
@@ -29,6 +30,9 @@ class Database {
     [[nodiscard]] Entry entry(unsigned major, unsigned minor) const;
 
   private:
+    [[nodiscard]] Entry asked(unsigned major, unsigned minor) const;
+
+    Folder files_;
     std::unique_ptr<udev, void (*)(udev *)> udev_;
 };
 

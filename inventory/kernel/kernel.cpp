@@ -176,9 +176,7 @@ void KernelReader::tell_kind(Block &block) {
         tell_attributes(*block.thing, block.folder, kPartition, wanted_);
         break;
     }
-    case ThingKind::kArray:
-        tell_array(block, wanted_);
-        [[fallthrough]];
+    case ThingKind::kArray: tell_array(block, wanted_); [[fallthrough]];
     case ThingKind::kVirtual:
         block.thing->tell("type", std::string(block.row->type), Source::kKernel, "name");
         block.thing->tell("media", std::string(block.row->media), Source::kKernel, "name");

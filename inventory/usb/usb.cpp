@@ -37,16 +37,22 @@ bool is_storage_driver(std::string_view driver) {
 
 bool is_address(const std::string &name) { return std::count(name.begin(), name.end(), ':') == 3; }
 
+// The folders in this one whose names begin so.
+std::vector<Folder> below(const Folder &folder, std::string_view beginning) {
+    std::vector<Folder> found;
+    for (const std::string &name : folder.names()) {
+        if (name.starts_with(beginning)) found.emplace_back(folder, name);
+    }
+    return found;
+}
+
 std::vector<Unit> units_of(const Folder &interface) {
     std::vector<Unit> units;
-    for (const std::string &host : interface.names()) {
-        if (!host.starts_with("host")) continue;
-        for (const std::string &target : interface.names(host.c_str())) {
-            if (!target.starts_with("target")) continue;
-            const std::string path = host + "/" + target;
-            for (const std::string &name : interface.names(path.c_str())) {
+    for (const Folder &host : below(interface, "host")) {
+        for (const Folder &target : below(host, "target")) {
+            for (const std::string &name : target.names()) {
                 if (!is_address(name)) continue;
-                Unit unit{name, kDisk, Folder(interface, path + "/" + name)};
+                Unit unit{name, kDisk, Folder(target, name)};
                 unit.type = unit.folder.number("type").value_or(kDisk);
                 units.push_back(std::move(unit));
             }
