@@ -52,7 +52,7 @@ bool has_raid_volume(const std::string &pci) {
 // As the driver tells it; BAD0 stands for a card without one.
 std::string serial_of(const std::vector<std::string> &hosts) {
     for (const std::string &host : hosts) {
-        const std::string serial = told(attribute("/sys/class/scsi_host/" + host + "/serial_number"));
+        std::string serial = told(attribute("/sys/class/scsi_host/" + host + "/serial_number"));
         if (!serial.empty() && !same_word(serial, "BAD0")) return serial;
     }
     return {};
@@ -88,10 +88,10 @@ std::vector<Adapter> bound_adapters() {
 }
 
 std::vector<GenericNode> generic_nodes_without_disk() {
-    const fs::path kClass = "/sys/class/scsi_generic";
+    const fs::path all = "/sys/class/scsi_generic";
     std::vector<GenericNode> nodes;
-    for (const std::string &name : names_in(kClass)) {
-        const fs::path device = kClass / name / "device";
+    for (const std::string &name : names_in(all)) {
+        const fs::path device = all / name / "device";
         std::error_code fault;
         if (fs::exists(device / "block", fault)) continue;
         const std::string type = told(attribute(device / "type"));

@@ -86,6 +86,7 @@ void add_answers(Machine &machine, const std::vector<Answer> &answers, const std
         tell_doubts(machine, answers[i], is_missed(i, answers, found, adapters));
     }
     std::vector<Tied> tied;
+    tied.reserve(found.size());
     for (const Found &one : found) tied.push_back({one, add_things(machine, one)});
     tie_to_kernel(machine, tied, generics);
     for (const Adapter &adapter : adapters) {

@@ -101,7 +101,7 @@ std::string level_of(std::string_view type) {
 }
 
 std::string pci_of(const Json &object) {
-    const std::string spelt = pci_address(deep(object, "PCI Address"));
+    std::string spelt = pci_address(deep(object, "PCI Address"));
     if (!spelt.empty()) return spelt;
     // The same in decimal.
     const auto bus = whole_number(deep(object, "Bus Number"));
