@@ -58,13 +58,6 @@ TEST(Lines, TheBufferDoubles) {
     free(line);
 }
 
-TEST(Lines, NulBytesHideTheRestOfTheirRead) {
-    // A length is that of the text: what stands behind a NUL byte is not seen.
-    const auto stream = stream_of(std::string("ab\0cd\nef\n", 9));
-    EXPECT_EQ(lengths(stream.get()), (std::vector<int>{2, 3, 0}));
-    EXPECT_EQ(lengths(stream_of(std::string("\0ab\n", 4)).get()), std::vector<int>{0});
-}
-
 TEST(Lines, AreReadOnAfterASignal) {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);

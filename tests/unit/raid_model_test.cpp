@@ -64,31 +64,6 @@ TEST(RaidModel, IncompleteRecordsFailTheCheck) {
     EXPECT_EQ(broken([](Machine &machine) { free(std::exchange(machine.single.model, nullptr)); }), -1);
 }
 
-TEST(RaidModel, GroupsAreNamedByModelThenByAdapterThenByNumbers) {
-    std::array models = {entry("/dev/sda", "Some DATA"), entry("/dev/sdb", "X-TA"), entry("/dev/sdc", nullptr),
-                         entry("/dev/sdd", "ends in blank "), entry("/dev/sde", "Other DATA")};
-    const auto record = [](uint32_t type, uint32_t number, uint32_t target, const char *device) {
-        return PciInfo{type, number, target, 0, 0, nullptr, const_cast<char *>(device)};
-    };
-    std::array pci = {record(0, 0, 1, "/dev/sdv"), record(2, 1, 1, "/dev/sdw"), record(2, 0, 0, "/dev/sdx"),
-                      record(2, 0, 1, nullptr),    record(2, 0, 1, "/dev/sdy"), record(0, 1, 1, "/dev/sdz")};
-    const auto named = [&](const char *name, size_t pci_count, uint32_t type = RAID_TYPE_LSI, uint32_t number = 0) {
-        Machine machine(type, number);
-        machine.group.name = duplicate_str(name);
-        EXPECT_EQ(relate_group_to_name(&machine.controller, &machine.group, models.data(), models.size(), pci.data(),
-                                       static_cast<int>(pci_count)),
-                  0);
-        return text(machine.group.device);
-    };
-    EXPECT_EQ(named("DATA", pci.size()), "/dev/sda");
-    EXPECT_EQ(named("", pci.size()), "/dev/sdd");
-    EXPECT_EQ(named(nullptr, pci.size()), "/dev/sdd");
-    EXPECT_EQ(named("TA", pci.size()), "/dev/sdy");
-    EXPECT_EQ(named("TA", 4), "/dev/raid_2_0_1");
-    EXPECT_EQ(named("TA", 0, RAID_TYPE_LSI, UINT32_MAX), "/dev/raid_2_-1_1");
-    EXPECT_EQ(named("TA", pci.size(), RAID_TYPE_ADAPTEC, 1), "/dev/sdz") << "the numbers count as they stand";
-}
-
 TEST(RaidModel, DrivesAreNamedByTheirSerialNumber) {
     std::array serials = {entry("/dev/sg0", nullptr), entry("/dev/sg1", "00000001"),
                           entry("/dev/sg2", "00000001000000000000"), entry("/dev/sg3", "00000001000000000000")};
@@ -117,15 +92,6 @@ TEST(RaidModel, MapsArePrintedAndNullIsReleased) {
     destroy_raids(nullptr, 3);
     release_info_map(nullptr, 3);
     release_pci_info(nullptr, 3);
-}
-
-TEST(RaidModel, TheTablesNameTheirMakers) {
-    EXPECT_STREQ(adaptecOperations.name, "Adaptec");
-    EXPECT_EQ(adaptecOperations.type, uint64_t{RAID_TYPE_ADAPTEC});
-    EXPECT_STREQ(lsiOperations.name, "LSI");
-    EXPECT_EQ(lsiOperations.type, uint64_t{RAID_TYPE_LSI});
-    EXPECT_EQ(get_raids(nullptr, nullptr), -1);
-    EXPECT_EQ(get_raids_from_card(nullptr, nullptr, nullptr), -1);
 }
 
 } // namespace

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <climits>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -41,24 +40,6 @@ TEST(Strings, Copies) {
     free(padded);
     EXPECT_EQ(duplicate_nstr(nullptr, 3), nullptr);
     EXPECT_EQ(duplicate_nstr("sda", SIZE_MAX), nullptr);
-}
-
-TEST(Strings, NumbersHaveAsManyDigitsAsTheirMagnitude) {
-    const std::vector<std::pair<int32_t, int>> cases = {{0, 1},    {9, 1},       {10, 2},       {-45, 2},     {999, 3},
-                                                        {1000, 4}, {1000000, 7}, {INT_MAX, 10}, {INT_MIN, 10}};
-    for (const auto &[number, digits] : cases) EXPECT_EQ(intlen(number), digits) << number;
-}
-
-TEST(Strings, BlankLinesAndEndings) {
-    for (const char *blank : {"", " ", " \t\n"}) EXPECT_EQ(is_blank(blank), 1) << blank;
-    for (const char *text : {"a", " a ", "\r", "\v"}) EXPECT_EQ(is_blank(text), 0) << text;
-    EXPECT_EQ(is_blank(nullptr), 0);
-    EXPECT_EQ(ends_with("/dev/sda", "sda"), 1);
-    EXPECT_EQ(ends_with("sda", ""), 1);
-    EXPECT_EQ(ends_with("sda", "/dev/sda"), 0);
-    EXPECT_EQ(ends_with("sda", "sd"), 0);
-    EXPECT_EQ(ends_with(nullptr, "a"), 0);
-    EXPECT_EQ(ends_with("a", nullptr), 0);
 }
 
 TEST(Strings, EveryTrimmingFormKeepsALoneBlank) {
@@ -103,24 +84,6 @@ TEST(Strings, TrailingDigitsAreCut) {
     EXPECT_EQ(truncate_numbers_new(nullptr), nullptr);
     EXPECT_EQ(truncate_numbers_in_place(nullptr), -1);
     EXPECT_EQ(truncate_numbers(nullptr, nullptr), -1);
-}
-
-TEST(Strings, LastTokensOnTheHeap) {
-    const auto last = [](const char *text, const char *delimiters) {
-        char *token = nullptr;
-        const int length = allocate_last_token(text, delimiters, &token);
-        return std::to_string(length) + taken(token);
-    };
-    EXPECT_EQ(last("/dev/sda", "/"), "3sda");
-    EXPECT_EQ(last("/dev/sda//", "/"), "3sda");
-    EXPECT_EQ(last("a b,c", " ,"), "1c");
-    EXPECT_EQ(last("///", "/"), "-1(null)");
-    EXPECT_EQ(last("", "/"), "-1(null)");
-    char *untouched = nullptr;
-    char mark = 'x';
-    untouched = &mark;
-    EXPECT_EQ(allocate_last_token(nullptr, "/", &untouched), -1);
-    EXPECT_EQ(untouched, &mark);
 }
 
 TEST(Strings, LastTokensInABuffer) {

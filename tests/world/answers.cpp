@@ -4,12 +4,17 @@
 #include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <glob.h>
+#include <libudev.h>
 #include <linux/fs.h>
 #include <linux/hdreg.h>
+#include <mntent.h>
+#include <poll.h>
 #include <scsi/scsi_ioctl.h>
 #include <scsi/sg.h>
 #include <sys/inotify.h>
 #include <sys/ioctl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -48,10 +53,7 @@ template <class Function> Function *next(const char *name) {
     return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
 }
 
-int real_fstat(int fd, struct stat *status) {
-    static auto *call = next<int(int, struct stat *)>("fstat");
-    return call(fd, status);
-}
+int real_fstat(int fd, struct stat *status) { return next<int(int, struct stat *)>("fstat")(fd, status); }
 
 const Device *device_of(const struct stat &status) {
     const auto found = state().devices.find({status.st_dev, status.st_ino});
@@ -65,15 +67,55 @@ void complete(struct stat *status) {
     status->st_rdev = device->number;
 }
 
-// Asks a hook, and lets the calls that the hook itself makes pass it by.
-template <class Hook, class... Arguments> auto ask(const Hook &hook, Arguments... arguments) {
+// Fails when it is this call's turn, else asks the hook, and lets the calls that the hook itself makes pass it by.
+template <class Result, class Hook, class... Arguments>
+Result answered(const char *name, Result failure, const Hook &hook, Arguments... arguments) {
     static thread_local bool inside = false;
-    decltype(hook(arguments...)) answer;
-    if (!hook || inside) return answer;
-    inside = true;
-    answer = hook(arguments...);
-    inside = false;
-    return answer;
+    if (fails_now(Step::kCall, name)) return failure;
+    if (hook && !inside) {
+        const Uncounted pause;
+        inside = true;
+        const std::optional<Result> answer = hook(arguments...);
+        inside = false;
+        if (answer) return *answer;
+    }
+    return next<Result(Arguments...)>(name)(arguments...);
+}
+
+// The calls that only take part in failure sweeps.
+template <class Result, class... Arguments> Result passed(const char *name, Result failure, Arguments... arguments) {
+    return fails_now(Step::kCall, name) ? failure : next<Result(Arguments...)>(name)(arguments...);
+}
+
+template <class Result, class... Arguments> Result asked(const char *name, Result failure, Arguments... arguments) {
+    if (fails_now(Step::kCall, name)) return failure;
+    const Uncounted pause(!answers().sweep_udev);
+    return next<Result(Arguments...)>(name)(arguments...);
+}
+
+// Those that tell of a device what the fixture knows.
+template <class... Arguments> int status_of(const char *name, struct stat *status, Arguments... arguments) {
+    const int result = passed(name, -1, arguments...);
+    if (result == 0) complete(status);
+    return result;
+}
+
+// A reader of a stream leaves the stream's error mark behind, as the C library's own would.
+template <class Result, class... Arguments>
+Result read_from(std::FILE *stream, const char *name, Result failure, Arguments... arguments) {
+    if (!fails_now(Step::kCall, name)) return next<Result(Arguments...)>(name)(arguments...);
+    stream->_flags |= _IO_ERR_SEEN;
+    return failure;
+}
+
+// What is closed is closed, whatever is said of it.
+template <class Result, class Handle> Result closed(const char *name, Result failure, Handle handle) {
+    const bool fails = fails_now(Step::kCall, name);
+    const int error = errno;
+    const Result result = next<Result(Handle)>(name)(handle);
+    if (!fails) return result;
+    errno = error;
+    return failure;
 }
 
 // How many bytes the command's allocation length lets the device send; commands without one: all.
@@ -129,6 +171,12 @@ int answer_scsi(const FakeDisk &disk, sg_io_hdr *request) {
     request->status = reply.status;
     request->host_status = reply.host_status;
     request->driver_status = reply.driver_status;
+    std::copy_n(reply.sense.data(), std::min<size_t>(reply.sense.size(), request->mx_sb_len), request->sbp);
+    return 0;
+}
+
+int fail_on_the_way(sg_io_hdr *request) {
+    request->host_status = 1; // no connection
     return 0;
 }
 
@@ -235,8 +283,7 @@ void FakeDisk::set_ata_identity(std::string_view serial, std::string_view model)
 
 void Answers::add_device(const std::string &path, mode_t type, dev_t number, std::shared_ptr<FakeDisk> disk) {
     struct stat status = {};
-    static auto *call = next<int(const char *, struct stat *)>("stat");
-    if (call(path.c_str(), &status) != 0) return;
+    if (next<int(const char *, struct stat *)>("stat")(path.c_str(), &status) != 0) return;
     const std::string name = path.substr(path.rfind('/') + 1);
     state().devices[{status.st_dev, status.st_ino}] = {name, type, number, std::move(disk)};
 }
@@ -249,12 +296,7 @@ void reset_answers() { state() = State(); }
 
 // ---- The answering functions ---------------------------------------------------------------------------
 
-using torvane::world::answers;
-using torvane::world::ask;
-using torvane::world::complete;
-using torvane::world::fails_now;
-using torvane::world::next;
-using torvane::world::Step;
+using namespace torvane::world;
 
 extern "C" {
 
@@ -263,64 +305,24 @@ int ioctl(int fd, unsigned long request, ...) noexcept {
     va_start(arguments, request);
     void *argument = va_arg(arguments, void *);
     va_end(arguments);
-    if (fails_now(Step::kSystemCall)) return -1;
-    if (const auto answer = ask(answers().ioctl, fd, request, argument)) return *answer;
+    const bool fails = fails_now(Step::kCall, "ioctl");
+    const Uncounted pause;
+    // A command that is refused outright counts as good, by contract; one that fails on its way does not.
+    if (fails && request == SG_IO) return fail_on_the_way(static_cast<sg_io_hdr *>(argument));
+    if (fails) return -1;
+    if (answers().ioctl) return answers().ioctl(fd, request, argument);
     struct stat status = {};
-    const auto *device = torvane::world::real_fstat(fd, &status) == 0 ? torvane::world::device_of(status) : nullptr;
-    if (device != nullptr && device->disk) {
-        const torvane::world::Uncounted pause;
-        answers().log.push_back(device->name + ' ' + torvane::world::describe(request, argument));
-        return torvane::world::answer_request(*device->disk, request, argument);
-    }
-    static auto *call = next<int(int, unsigned long, ...)>("ioctl");
-    return call(fd, request, argument);
+    const auto *device = real_fstat(fd, &status) == 0 ? device_of(status) : nullptr;
+    if (device == nullptr || !device->disk) return next<int(int, unsigned long, ...)>("ioctl")(fd, request, argument);
+    answers().log.push_back(device->name + ' ' + describe(request, argument));
+    return answer_request(*device->disk, request, argument);
 }
 
-int fstat(int fd, struct stat *status) noexcept {
-    if (fails_now(Step::kSystemCall)) return -1;
-    if (const auto answer = ask(answers().fstat, fd, status)) return *answer;
-    const int result = torvane::world::real_fstat(fd, status);
-    if (result == 0) complete(status);
-    return result;
-}
-
-int lstat(const char *path, struct stat *status) noexcept {
-    if (fails_now(Step::kSystemCall)) return -1;
-    if (const auto answer = ask(answers().lstat, path, status)) return *answer;
-    static auto *call = next<int(const char *, struct stat *)>("lstat");
-    const int result = call(path, status);
-    if (result == 0) complete(status);
-    return result;
-}
-
-int stat(const char *path, struct stat *status) noexcept {
-    if (fails_now(Step::kSystemCall)) return -1;
-    static auto *call = next<int(const char *, struct stat *)>("stat");
-    const int result = call(path, status);
-    if (result == 0) complete(status);
-    return result;
-}
-
+int fstat(int fd, struct stat *status) noexcept { return status_of("fstat", status, fd, status); }
+int lstat(const char *path, struct stat *status) noexcept { return status_of("lstat", status, path, status); }
+int stat(const char *path, struct stat *status) noexcept { return status_of("stat", status, path, status); }
 int fstatat(int directory, const char *path, struct stat *status, int flags) noexcept {
-    if (fails_now(Step::kSystemCall)) return -1;
-    static auto *call = next<int(int, const char *, struct stat *, int)>("fstatat");
-    const int result = call(directory, path, status, flags);
-    if (result == 0) complete(status);
-    return result;
-}
-
-int mknod(const char *path, mode_t mode, dev_t device) noexcept {
-    if (fails_now(Step::kSystemCall)) return -1;
-    if (const auto answer = ask(answers().mknod, path, mode, device)) return *answer;
-    static auto *call = next<int(const char *, mode_t, dev_t)>("mknod");
-    return call(path, mode, device);
-}
-
-int system(const char *command) {
-    if (fails_now(Step::kSystemCall)) return -1;
-    if (const auto answer = ask(answers().system, command)) return *answer;
-    static auto *call = next<int(const char *)>("system");
-    return call(command);
+    return status_of("fstatat", status, directory, path, status, flags);
 }
 
 int open(const char *path, int flags, ...) {
@@ -328,76 +330,115 @@ int open(const char *path, int flags, ...) {
     va_start(arguments, flags);
     const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
-    if (fails_now(Step::kSystemCall)) return -1;
-    if (const auto answer = ask(answers().open, path, flags)) return *answer;
-    static auto *call = next<int(const char *, int, ...)>("open");
-    return call(path, flags, mode);
+    return answered("open", -1, answers().open, path, flags, mode);
+}
+int mknod(const char *path, mode_t mode, dev_t device) noexcept {
+    return answered("mknod", -1, answers().mknod, path, mode, device);
+}
+int system(const char *command) { return answered("system", -1, answers().system, command); }
+int inotify_init() noexcept { return answered("inotify_init", -1, answers().inotify_init); }
+int select(int count, fd_set *read, fd_set *write, fd_set *error, timeval *timeout) {
+    return answered("select", -1, answers().select, count, read, write, error, timeout);
+}
+
+// A failed fork() ends the calling process, by contract: no part of a sweep. A child is none of its parent's steps.
+pid_t fork() noexcept {
+    if (answers().fork) return *answers().fork();
+    const pid_t child = next<pid_t()>("fork")();
+    if (child == 0) stop_sweep();
+    return child;
+}
+
+// A wait that fails for good finds nobody to wait for: the kernel has reaped the child itself.
+pid_t waitpid(pid_t child, int *status, int options) {
+    if (!fails_now(Step::kCall, "waitpid")) return next<pid_t(pid_t, int *, int)>("waitpid")(child, status, options);
+    if (errno == EINTR) return -1;
+    next<pid_t(pid_t, int *, int)>("waitpid")(child, nullptr, 0);
+    errno = ECHILD;
+    return -1;
 }
 
 FILE *fopen(const char *path, const char *mode) {
-    if (fails_now(Step::kSystemCall)) return nullptr;
-    if (const auto answer = ask(answers().fopen, path, mode)) return *answer;
-    static auto *call = next<FILE *(const char *, const char *)>("fopen");
-    return call(path, mode);
+    return answered<FILE *>("fopen", nullptr, answers().fopen, path, mode);
 }
-
-pid_t fork() noexcept {
-    if (const auto answer = ask(answers().fork)) return *answer;
-    static auto *call = next<pid_t()>("fork");
-    return call();
+FILE *fdopen(int fd, const char *mode) noexcept { return passed<FILE *>("fdopen", nullptr, fd, mode); }
+FILE *fmemopen(void *text, size_t size, const char *mode) noexcept {
+    return passed<FILE *>("fmemopen", nullptr, text, size, mode);
 }
-
-int inotify_init() noexcept {
-    if (fails_now(Step::kSystemCall)) return -1;
-    if (const auto answer = ask(answers().inotify_init)) return *answer;
-    static auto *call = next<int()>("inotify_init");
-    return call();
+FILE *setmntent(const char *path, const char *mode) noexcept {
+    return passed<FILE *>("setmntent", nullptr, path, mode);
 }
-
-int inotify_add_watch(int fd, const char *path, uint32_t mask) noexcept {
-    if (fails_now(Step::kSystemCall)) return -1;
-    if (const auto answer = ask(answers().inotify_add_watch, fd, path, mask)) return *answer;
-    static auto *call = next<int(int, const char *, uint32_t)>("inotify_add_watch");
-    return call(fd, path, mask);
-}
-
-int select(int count, fd_set *read, fd_set *write, fd_set *error, timeval *timeout) {
-    if (fails_now(Step::kSystemCall)) return -1;
-    if (const auto answer = ask(answers().select, count, read, timeout)) return *answer;
-    static auto *call = next<int(int, fd_set *, fd_set *, fd_set *, timeval *)>("select");
-    return call(count, read, write, error, timeout);
-}
-
-// The rest only take part in failure sweeps.
-
-FILE *fdopen(int fd, const char *mode) noexcept {
-    if (fails_now(Step::kSystemCall)) return nullptr;
-    static auto *call = next<FILE *(int, const char *)>("fdopen");
-    return call(fd, mode);
-}
-
-DIR *opendir(const char *path) {
-    if (fails_now(Step::kSystemCall)) return nullptr;
-    static auto *call = next<DIR *(const char *)>("opendir");
-    return call(path);
-}
-
+DIR *opendir(const char *path) { return passed<DIR *>("opendir", nullptr, path); }
+dirent *readdir(DIR *directory) { return passed<dirent *>("readdir", nullptr, directory); }
 ssize_t readlink(const char *path, char *buffer, size_t size) noexcept {
-    if (fails_now(Step::kSystemCall)) return -1;
-    static auto *call = next<ssize_t(const char *, char *, size_t)>("readlink");
-    return call(path, buffer, size);
+    return passed<ssize_t>("readlink", -1, path, buffer, size);
+}
+char *realpath(const char *path, char *resolved) noexcept {
+    return passed<char *>("realpath", nullptr, path, resolved);
+}
+ssize_t read(int fd, void *buffer, size_t size) { return passed<ssize_t>("read", -1, fd, buffer, size); }
+int glob(const char *pattern, int flags, int (*error)(const char *, int), glob_t *found) noexcept {
+    return passed("glob", GLOB_ABORTED, pattern, flags, error, found);
+}
+int access(const char *path, int mode) noexcept { return passed("access", -1, path, mode); }
+int fcntl(int fd, int command, ...) {
+    va_list arguments;
+    va_start(arguments, command);
+    void *argument = va_arg(arguments, void *);
+    va_end(arguments);
+    return passed("fcntl", -1, fd, command, argument);
+}
+char *mkdtemp(char *pattern) noexcept { return passed<char *>("mkdtemp", nullptr, pattern); }
+int mkdir(const char *path, mode_t mode) noexcept { return passed("mkdir", -1, path, mode); }
+int unlink(const char *path) noexcept { return passed("unlink", -1, path); }
+int rmdir(const char *path) noexcept { return passed("rmdir", -1, path); }
+int remove(const char *path) noexcept { return passed("remove", -1, path); }
+int pipe(int *ends) noexcept { return passed("pipe", -1, ends); }
+int pipe2(int *ends, int flags) noexcept { return passed("pipe2", -1, ends, flags); }
+int poll(pollfd *descriptors, nfds_t count, int timeout) { return passed("poll", -1, descriptors, count, timeout); }
+int inotify_init1(int flags) noexcept { return passed("inotify_init1", -1, flags); }
+int inotify_add_watch(int fd, const char *path, uint32_t mask) noexcept {
+    return passed("inotify_add_watch", -1, fd, path, mask);
 }
 
-int access(const char *path, int mode) noexcept {
-    if (fails_now(Step::kSystemCall)) return -1;
-    static auto *call = next<int(const char *, int)>("access");
-    return call(path, mode);
+int close(int fd) { return closed("close", -1, fd); }
+int fclose(FILE *stream) { return closed("fclose", EOF, stream); }
+
+char *fgets(char *line, int size, FILE *stream) {
+    return read_from<char *>(stream, "fgets", nullptr, line, size, stream);
+}
+size_t fread(void *data, size_t size, size_t count, FILE *stream) {
+    return read_from<size_t>(stream, "fread", 0, data, size, count, stream);
+}
+size_t fwrite(const void *data, size_t size, size_t count, FILE *stream) {
+    return read_from<size_t>(stream, "fwrite", 0, data, size, count, stream);
+}
+mntent *getmntent_r(FILE *stream, mntent *entry, char *text, int size) noexcept {
+    return read_from<mntent *>(stream, "getmntent_r", nullptr, stream, entry, text, size);
+}
+int fscanf(FILE *stream, const char *format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    const int result = read_from<int>(stream, "__isoc99_vfscanf", EOF, stream, format, &arguments[0]);
+    va_end(arguments);
+    return result;
 }
 
-char *mkdtemp(char *pattern) noexcept {
-    if (fails_now(Step::kSystemCall)) return nullptr;
-    static auto *call = next<char *(char *)>("mkdtemp");
-    return call(pattern);
+// What the device manager's library does by itself are no steps but where a row asks for them.
+udev *udev_new() { return asked<udev *>("udev_new", nullptr); }
+udev_enumerate *udev_enumerate_new(udev *context) {
+    return asked<udev_enumerate *>("udev_enumerate_new", nullptr, context);
+}
+int udev_enumerate_add_match_subsystem(udev_enumerate *list, const char *subsystem) {
+    return asked("udev_enumerate_add_match_subsystem", -ENOMEM, list, subsystem);
+}
+int udev_enumerate_scan_devices(udev_enumerate *list) { return asked("udev_enumerate_scan_devices", -EIO, list); }
+udev_device *udev_device_new_from_syspath(udev *context, const char *path) {
+    return asked<udev_device *>("udev_device_new_from_syspath", nullptr, context, path);
+}
+const char *udev_device_get_property_value(udev_device *device, const char *key) {
+    const Uncounted pause(!answers().sweep_udev);
+    return next<const char *(udev_device *, const char *)>("udev_device_get_property_value")(device, key);
 }
 
 } // extern "C"

@@ -30,6 +30,7 @@ struct Reply {
     uint16_t host_status = 0;
     uint16_t driver_status = 0;
     int error = 0; // errno of a refused ioctl()
+    Bytes sense = {};
 };
 
 struct DefectList {
@@ -63,22 +64,21 @@ struct FakeDisk {
 // Hooks: a value is the answer (set errno with it), no value lets the call go on. A hook that makes the same
 // call reaches the real one.
 struct Answers {
-    std::function<std::optional<int>(int fd, unsigned long request, void *argument)> ioctl;
-    std::function<std::optional<int>(int fd, struct stat *status)> fstat;
-    std::function<std::optional<int>(const char *path, struct stat *status)> lstat;
+    std::function<int(int fd, unsigned long request, void *argument)> ioctl; // of every descriptor
+    std::function<std::optional<int>(const char *path, int flags, mode_t mode)> open;
+    std::function<std::optional<std::FILE *>(const char *path, const char *mode)> fopen;
     std::function<std::optional<int>(const char *path, mode_t mode, dev_t device)> mknod;
     std::function<std::optional<int>(const char *command)> system;
-    std::function<std::optional<int>(const char *path, int flags)> open;
-    std::function<std::optional<std::FILE *>(const char *path, const char *mode)> fopen;
     std::function<std::optional<pid_t>()> fork;
     std::function<std::optional<int>()> inotify_init;
-    std::function<std::optional<int>(int fd, const char *path, uint32_t mask)> inotify_add_watch;
-    std::function<std::optional<int>(int count, fd_set *read, timeval *timeout)> select;
+    std::function<std::optional<int>(int count, fd_set *, fd_set *, fd_set *, timeval *timeout)> select;
+
+    bool sweep_udev = false; // whether the steps of libudev are steps of a sweep, too
 
     // Device commands in the order made: "sda BLKSSZGET", "sg0 SG_IO 12 01 80 00 04 00".
     std::vector<std::string> log;
 
-    // Makes the file at `path` a device: fstat() and lstat() say so and `disk` answers its requests.
+    // Makes the file at `path` a device: fstat() and its kin say so and `disk` answers its requests.
     void add_device(const std::string &path, mode_t type, dev_t number, std::shared_ptr<FakeDisk> disk);
 };
 

@@ -71,17 +71,6 @@ TEST_F(Commands, FilesAreWrittenWholeOrFail) {
     EXPECT_EQ(read_file("/sys/bind"), "1");
 }
 
-TEST_F(Commands, Existence) {
-    world.file("/dev/sda", "");
-    EXPECT_EQ(file_exists("/dev/sda"), 1);
-    EXPECT_EQ(file_exists("/dev/sdb"), 0);
-    EXPECT_EQ(file_exists(nullptr), 0);
-    EXPECT_EQ(device_exists("sda"), 1);
-    EXPECT_EQ(device_exists("sdb"), 0);
-    EXPECT_EQ(device_exists(std::string(5000, 'x').c_str()), 0);
-    EXPECT_EQ(device_exists(nullptr), -1);
-}
-
 TEST_F(Commands, StreamsReachTheChild) {
     world.program("arcconf", "read line; echo \"got $line\"; echo oops >&2; exit 3");
     FILE *input = nullptr;
@@ -149,24 +138,6 @@ TEST_F(Commands, AMachineThatCannotForkEndsTheProcess) {
             execute("true", nullptr, nullptr, nullptr);
         },
         testing::ExitedWithCode(1), "");
-}
-
-TEST_F(Commands, FailuresInTheirPlacesLeaveNothing) {
-    FILE *output = nullptr;
-    pid_t child = -1;
-    const auto call = [&] { return child = execute("exit 0", nullptr, &output, nullptr); };
-    const auto check = [&](int result, bool failed) {
-        EXPECT_GT(result, 0);
-        EXPECT_EQ(output == nullptr, failed) << "a stream that cannot be made is no stream";
-        if (output != nullptr) fclose(output);
-        status_of(child);
-    };
-    sweep_allocations(call, check);
-    sweep_system_calls(call, check);
-    sweep_allocations([] { return device_exists("null"); },
-                      [](int result, bool failed) { EXPECT_EQ(result, failed ? -1 : 1); });
-    const auto write = [] { return write_to_file("/sys/bind", "1"); };
-    sweep_system_calls(write, [](int result, bool failed) { EXPECT_EQ(result, failed ? -1 : 0); });
 }
 
 } // namespace

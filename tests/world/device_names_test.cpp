@@ -127,30 +127,4 @@ TEST_F(DeviceNames, FileSystemIdComesFromTheDeviceManager) {
     EXPECT_EQ(check_bad_filesystem(nullptr, nullptr, 1), -1);
 }
 
-TEST_F(DeviceNames, FailuresInTheirPlacesLeaveNothing) {
-    world.disk({.name = "sdb", .minor = 16, .generic = 3, .uuid = "whole-disk"});
-    char *text = nullptr;
-    const auto sweep = [&](const SweptCall &call, int success) {
-        const auto check = [&](int result, bool failed) {
-            expect_swept(result, failed, success);
-            EXPECT_EQ(text == nullptr, result < 0);
-            free(text);
-            text = nullptr;
-        };
-        sweep_allocations(call, check);
-        sweep_system_calls(call, check);
-    };
-    sweep([&] { return allocate_scsi_generic_name("/dev/sdb", &text); }, 8);
-    sweep([&] { return (text = get_name_from_device_id(8, 16)) == nullptr ? -1 : 0; }, 0);
-
-    // libudev lives on with some failures and then knows fewer devices or properties.
-    sweep_allocations([&] { return get_file_system_id("sdb", &text); },
-                      [&](int result, bool failed) {
-                          EXPECT_TRUE(failed ? result <= 1 : result == 1) << result;
-                          EXPECT_TRUE(text == nullptr || result == 1);
-                          free(text);
-                          text = nullptr;
-                      });
-}
-
 } // namespace

@@ -63,6 +63,12 @@ TEST_F(Discovery, WholeDisksInTheOrderOfTheKernel) {
     world.file("/proc/partitions", read_file("/proc/partitions") + " 253 0 9 dm-0\n   8 99 9 gone\n");
     EXPECT_EQ(drives(1), "0: /dev/sdb/0 /dev/sda/0");
     EXPECT_EQ(drives(1, {"/dev/sda", "/dev/cdrom", "/dev/cdrom"}), "0: /dev/sdb/0 /dev/sda/0 /dev/cdrom/0");
+    DriveList sized = {};
+    EXPECT_EQ(get_drives(&sized, DRIVE_OPTION_SYSTEM | DRIVE_OPTION_GEOMETRY, nullptr, 0), 0);
+    ASSERT_EQ(sized.count, 2U);
+    EXPECT_EQ(sized.drives[0]->partitions.count, 1U) << "of sdb, which comes first";
+    EXPECT_EQ(sized.drives[1]->partitions.count, 2U);
+    release_drives(&sized);
     EXPECT_EQ(is_drive("/dev/sda"), 1);
     EXPECT_EQ(is_drive("/dev/sda1"), 0);
     EXPECT_EQ(is_drive("/dev/dm-0"), 0);
@@ -270,26 +276,6 @@ TEST_F(Discovery, MoreDisksThanDescriptors) {
         EXPECT_EQ(list.drives[i]->geometry_result, static_cast<uint32_t>(-8)) << "no rotation rate";
     }
     release_drives(&list);
-}
-
-TEST_F(Discovery, FailuresInTheirPlacesLeaveNothing) {
-    world.disk({.name = "sda", .generic = 0, .partitions = {{.size = 1 << 20}}});
-    world.disk({.name = "md0", .major = 9, .address = "1:0:0:0", .partitions = {{.size = 1 << 20}}});
-    world.file("/proc/mdstat", "md0 : active raid1\n");
-    world.file("/proc/sys/dev/cdrom/info", "drive name: sr0 sr1\n");
-    answers().system = [](const char *) { return 1 << 8; }; // no RAID tool is installed
-    DriveList list = {};
-    const char *names[] = {"/dev/sda", "/dev/sdz"};
-    const auto call = [&] { return get_drives(&list, 1 | 2 | 4 | 8 | 64 | 256, names, 2); };
-    const auto check = [&](int result, bool failed) {
-        EXPECT_TRUE(result == 0 || (failed && result == -1));
-        EXPECT_EQ(list.drives == nullptr, result != 0);
-        EXPECT_TRUE(failed || described(list) == " /dev/sda/0 /dev/md0/2 /dev/sdz/0 /dev/sr0/5 /dev/sr1/5");
-        release_drives(&list);
-        list = {};
-    };
-    sweep_allocations(call, check);
-    sweep_system_calls(call, check);
 }
 
 } // namespace

@@ -58,23 +58,6 @@ class Geometry : public WorldTest {
     }
 };
 
-TEST_F(Geometry, OfADiskAndItsPartitions) {
-    auto sda = world.disk({.partitions = {{.size = 1 << 20}, {.start = 4096, .size = 2 << 20}}});
-    world.disk({.name = "sdb", .minor = 16, .address = "1:0:0:0", .partitions = {{.size = 1 << 20}}});
-    sda->set_rotation(7200);
-    EXPECT_EQ(geometry("/dev/sda"), "0: 2097152 x 512, 0, 7200 /dev/sda1#1=1048576 /dev/sda2#2=2097152");
-    EXPECT_EQ(answers().log, (std::vector<std::string>{"sda BLKSSZGET", "sda BLKGETSIZE64", "sda HDIO_GETGEO_BIG",
-                                                       "sda HDIO_GETGEO", "sda SG_IO 12 01 b1 00 fc 00"}));
-    EXPECT_EQ(geometry("/dev/sda2"), "-8: 4096 x 512, 4096, -1");
-    EXPECT_EQ(device_geometry(-1, "/dev/sda"), "0: 2097152 x 512, 0, 7200 1048576 2097152");
-    const int fd = open("/dev/sda", O_RDONLY);
-    EXPECT_EQ(device_geometry(fd, nullptr), "0: 2097152 x 512, 0, 7200 1048576 2097152");
-    close(fd);
-    world.file("/sys/block/sda/device/start", "63\n");
-    sda->block_size = 4096;
-    EXPECT_EQ(geometry("/dev/sda").substr(0, 26), "0: 262144 x 4096, 63, 7200");
-}
-
 TEST_F(Geometry, RatesThatCount) {
     auto sda = world.disk({});
     const auto rotation = [&](const Bytes &page) {
@@ -244,6 +227,12 @@ TEST_F(Defects, ListsOfEveryLength) {
     sda_->primary_defects = {.bytes = 40, .format = 0};
     sda_->grown_defects = {.bytes = 65520};
     EXPECT_EQ(counted(), "0: 10/40 8190/65520");
+    DriveRecord drive = {};
+    EXPECT_EQ(get_drive_defects("/dev/sda", &drive), 0);
+    EXPECT_EQ(drive.manufacturer_defects, 10);
+    EXPECT_EQ(drive.manufacturer_defect_bytes, 40U);
+    EXPECT_EQ(drive.grown_defects, 8190);
+    EXPECT_EQ(drive.grown_defect_bytes, 65520U);
     sda_->primary_defects = {.bytes = 65524};
     sda_->grown_defects = {.bytes = 80000};
     EXPECT_EQ(counted(), "0: 8190/65524 10000/80000");
@@ -288,17 +277,19 @@ TEST_F(Defects, RepliesThatCannotBeTrue) {
 TEST_F(Defects, WithoutMemoryTheHeaderMustDo) {
     sda_->primary_defects = {.bytes = 0x90000};
     sda_->grown_defects = {.bytes = 16, .format = 0};
-    DefectCounts d = {};
     const int fd = open("/dev/sda", O_RDONLY);
-    sweep_allocations([&] { return get_device_defects(fd, nullptr, &d); },
-                      [&](int result, bool failed) {
-                          EXPECT_EQ(result, 0);
-                          if (!failed || d.manufacturer_defect_bytes != 4) {
-                              EXPECT_EQ(d.manufacturer_defects, 0x90000 / 8);
-                          }
-                          EXPECT_EQ(d.grown_defects * 4, static_cast<int>(d.grown_defect_bytes));
-                          EXPECT_TRUE(d.grown_defect_bytes == 16 || (failed && d.grown_defect_bytes == 4));
-                      });
+    Trial trial;
+    trial.failed = true;
+    for (long index = 0; trial.failed; ++index) {
+        DefectCounts d = {};
+        int result = 1;
+        trial = try_with(
+            {.step = Step::kAllocation, .index = index}, [&] { result = get_device_defects(fd, nullptr, &d); }, [] {});
+        EXPECT_EQ(result, 0);
+        EXPECT_TRUE(d.manufacturer_defects == 0x90000 / 8 || (trial.failed && d.manufacturer_defect_bytes == 4));
+        EXPECT_EQ(d.grown_defects * 4, static_cast<int>(d.grown_defect_bytes));
+        EXPECT_TRUE(d.grown_defect_bytes == 16 || (trial.failed && d.grown_defect_bytes == 4));
+    }
     close(fd);
 }
 

@@ -209,34 +209,13 @@ TEST_F(FileMonitorTest, TheTimeOutIsThatOfTheWholeWait) {
     EXPECT_EQ(wait_for_file_event_type("/tmp/missing", "wanted", 1, IN_CREATE), -1);
 }
 
-TEST_F(FileMonitorTest, AThousandWaitsLeaveNothingBehind) {
-    for (int i = 0; i < 1000; ++i) ASSERT_EQ(wait_till_file_is_created("/tmp/tree", "none", 0), -1);
+TEST_F(FileMonitorTest, ManyWaitsLeaveNothingBehind) {
     // The kernel gives a user no more instances than this unless told to.
     for (int i = 0; i < 130; ++i) {
+        ASSERT_EQ(wait_till_file_is_created("/tmp/tree", "none", 0), -1);
         ASSERT_EQ(wait_till_file_is_deleted("/tmp/tree", "file", 0), -1);
         ASSERT_TRUE(Monitor(monitor_directory("/tmp/tree"))) << i;
     }
-}
-
-TEST_F(FileMonitorTest, FailuresInTheirPlacesLeaveNothing) {
-    Monitor monitor;
-    const auto call = [&monitor] {
-        monitor.reset(monitor_directory("/tmp/tree"));
-        return monitor == nullptr ? -1 : remove_watch(monitor.get(), &monitor->watches[1]);
-    };
-    const auto check = [&monitor](int result, bool failed) {
-        EXPECT_EQ(result, failed ? -1 : 0);
-        if (monitor) {
-            EXPECT_EQ(monitor->watch_count, failed ? 4U : 3U);
-        }
-        monitor.reset();
-    };
-    sweep_allocations(call, check);
-    sweep_system_calls(call, check);
-    const auto wait = [] { return wait_till_file_is_created("/tmp/tree", "none", 0); };
-    const auto always_fails = [](int result, bool) { EXPECT_EQ(result, -1); };
-    sweep_allocations(wait, always_fails);
-    sweep_system_calls(wait, always_fails);
 }
 
 } // namespace

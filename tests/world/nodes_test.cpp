@@ -79,16 +79,6 @@ TEST_F(Nodes, OfADeviceAndItsPartitionsComeAndGoTogether) {
     EXPECT_EQ(text_of(TORVANE_ERROR_DEVICE), "unable to read device or location (NULL)");
 }
 
-TEST_F(Nodes, NoneForABadFileSystem) {
-    plug_in({.port = "1-2",
-             .host = 3,
-             .units = {{.name = "sdc", .minor = 32, .partitions = {{.size = 512}}, .uuid = "W"}}});
-    media = read("1-2");
-    ASSERT_TRUE(media);
-    EXPECT_EQ(add_scsi_device_nodes_at(device(), "/tmp/nodes"), -1);
-    EXPECT_EQ(names_in("/tmp/nodes"), std::vector<std::string>());
-}
-
 TEST_F(Nodes, AreMadeForMoreDevicesThanTheyAreDeletedFor) {
     media = read();
     ASSERT_TRUE(media);
@@ -122,37 +112,15 @@ TEST_F(Nodes, AreMadeForMoreDevicesThanTheyAreDeletedFor) {
     EXPECT_EQ(text_of(TORVANE_ERROR_DEVICE), "failed to read info, serial, or location (NULL)");
     EXPECT_EQ(delete_device_nodes_at(media.get(), nullptr, "/tmp/nodes"), -1);
     EXPECT_EQ(text_of(TORVANE_ERROR_DEVICE), "unable to read info, serial, or location (NULL)");
+    plug_in({.port = "1-2", .host = 3, .units = {{.name = "sdc", .minor = 32}, {.name = "sdd", .minor = 48}}});
+    const Media pair = read("1-2");
+    EXPECT_EQ(add_device_nodes_at(pair.get(), "USB", "/tmp/nodes"), 0);
+    EXPECT_EQ(names_in("/tmp/nodes"), (std::vector<std::string>{"sdc", "sdd"}));
+    EXPECT_EQ(add_device_nodes_at(pair.get(), "USB", "/tmp/nodes"), -1);
+    EXPECT_EQ(names_in("/tmp/nodes"), std::vector<std::string>()) << "a half-made set is undone";
     release_scsi_list(&media->devices);
     EXPECT_EQ(add_device_nodes_at(media.get(), "", "/tmp/nodes"), -1);
     EXPECT_EQ(text_of(TORVANE_ERROR_DEVICE), "no devices to create");
-}
-
-TEST_F(Nodes, AHalfMadeSetIsUndone) {
-    plug_in({.port = "1-2", .host = 3, .units = {{.name = "sdc", .minor = 32}, {.name = "sdd", .minor = 48}}});
-    media = read("1-2");
-    ASSERT_TRUE(media);
-    world.file("/tmp/nodes/" + std::string(media->devices.devices[1].name), "in the way");
-    EXPECT_EQ(add_device_nodes_at(media.get(), "USB", "/tmp/nodes"), -1);
-    EXPECT_EQ(names_in("/tmp/nodes"), std::vector<std::string>()) << "what was in the way had a device's name";
-    EXPECT_EQ(get_media_status(media.get()), STATE_BOUND);
-}
-
-TEST_F(Nodes, FailuresInTheirPlacesLeaveNothingButNodes) {
-    media = read();
-    ASSERT_TRUE(media);
-    const auto call = [this] {
-        const int result = add_scsi_device_nodes_at(device(), "/tmp/nodes");
-        return result == 0 ? delete_scsi_device_nodes_at(device(), "/tmp/nodes") : result;
-    };
-    const auto check = [this](int result, bool failed) {
-        EXPECT_TRUE(result == 0 || failed);
-        device()->state = STATE_BOUND;
-        nodes.clear();
-        world.remove("/tmp/nodes");
-        world.directory("/tmp/nodes");
-    };
-    sweep_allocations(call, check);
-    sweep_system_calls(call, check);
 }
 
 } // namespace

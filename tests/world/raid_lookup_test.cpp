@@ -64,17 +64,6 @@ TEST_F(RaidLookup, AdaptersAndTheirDisks) {
     EXPECT_EQ(looked_up(), "");
 }
 
-TEST_F(RaidLookup, ToolsThatFail) {
-    world.program("lspci", "printf '1 a: b\\nKernel modules: aacraid\\n'; exit 5");
-    EXPECT_EQ(looked_up(), "-1 ");
-    EXPECT_EQ(text_of(TORVANE_ERROR_RAID), "failed to read lspci information from 'lspci -v' (exit code 5)");
-    world.program("lspci", kKilled);
-    EXPECT_EQ(looked_up(), "-1 ");
-    EXPECT_EQ(text_of(TORVANE_ERROR_RAID), "failed to read lspci information from 'lspci -v' (killed process)");
-    lspci("\n\n\tKernel modules: \n");
-    EXPECT_EQ(looked_up(), "");
-}
-
 TEST_F(RaidLookup, ModelsOfWholeDisks) {
     world.disk({.name = "sda", .vendor = "LSI", .model = "MR DATA", .partitions = {{.size = 1 << 20}}});
     world.disk({.name = "sdb", .minor = 16, .address = "1:0:0:0"});
@@ -89,18 +78,6 @@ TEST_F(RaidLookup, ModelsOfWholeDisks) {
     EXPECT_EQ(mapped(relate_model_to_drives), "-1 ");
     world.remove("/proc/partitions");
     EXPECT_EQ(mapped(relate_model_to_drives), "-1 ");
-}
-
-TEST_F(RaidLookup, SerialsOfGenericNodes) {
-    EXPECT_EQ(mapped(relate_serial_to_drives), "") << "no /sys/class/scsi_generic";
-    generic_node(1, " SER1 ");
-    world.directory("/sys/class/scsi_generic/sg2"); // no node in /dev
-    world.directory("/sys/class/scsi_generic/other");
-    EXPECT_EQ(mapped(relate_serial_to_drives), "/dev/sg1=SER1\n");
-    InfoMapEntry entry = {};
-    EXPECT_EQ(read_serial_from_drive("sg2", &entry), -1);
-    EXPECT_EQ(entry.device, nullptr);
-    EXPECT_EQ(read_model_from_drive(nullptr, &entry), -1);
 }
 
 } // namespace

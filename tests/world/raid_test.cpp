@@ -1,5 +1,6 @@
 #include "raid_tools.h"
 
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -38,18 +39,6 @@ class Raid : public RaidTest {
         return result == 0 ? described() : std::to_string(result);
     }
 };
-
-TEST_F(Raid, WithoutToolsNothingElseRuns) {
-    world.program("lspci", "touch /run/lspci-ran");
-    for (const bool said_present : {false, true}) {
-        answer_presence(said_present, said_present);
-        EXPECT_EQ(read(), 0);
-        EXPECT_EQ(list, nullptr);
-        EXPECT_EQ(count, 0U);
-    }
-    EXPECT_EQ(text_of(TORVANE_ERROR_RAID), "failed to read number of raid controllers (exit code 127)");
-    EXPECT_FALSE(std::filesystem::exists("/run/lspci-ran"));
-}
 
 TEST_F(Raid, ControllersOfBothMakersAreReadAndNamed) {
     answer_presence(true, true);
@@ -200,10 +189,17 @@ TEST_F(Raid, AToolsEndOutranksWhatItPrinted) {
     EXPECT_EQ(end_of(get_raids_lsi), lsi + "ldinfo -lAll -aAll' (killed process)");
     world.program("timeout", "[ $3 = -ldinfo ] && exit 0\n" + failing);
     EXPECT_EQ(end_of(get_raids_lsi), lsi + "pdlist -aAll' (exit code 3)");
+    world.program("lspci", kKilled);
+    EXPECT_EQ(end_of([](RaidController **, uint32_t *) {
+                  PciInfo *adapters = nullptr;
+                  uint32_t found = 0;
+                  return lookup_pci_info(&adapters, &found);
+              }),
+              "failed to read lspci information from 'lspci -v' (killed process)");
 }
 
 TEST_F(Raid, TheLogThatMegacliLeavesIsRemoved) {
-    const auto before = std::filesystem::current_path();
+    const int before = open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC); // it may lie below what the fixture hides
     std::filesystem::current_path("/tmp");
     const std::string leave = "[ -e MegaSAS.log ] && exit 9\necho x > MegaSAS.log\n";
     world.program("megacli", leave);
@@ -211,7 +207,8 @@ TEST_F(Raid, TheLogThatMegacliLeavesIsRemoved) {
     world.program("megacli", leave + "exit 1");
     EXPECT_EQ(get_raids_lsi(&list, &count), -1);
     EXPECT_EQ(world.leftovers(), std::vector<std::string>{});
-    std::filesystem::current_path(before);
+    EXPECT_EQ(fchdir(before), 0);
+    close(before);
 }
 
 TEST_F(Raid, AdaptecOutputThatCannotBeRight) {
@@ -238,6 +235,7 @@ TEST_F(Raid, AdaptecOutputThatCannotBeRight) {
     const std::string none = "0/1\n";
     EXPECT_EQ(adaptec("   Segment 0   : Missing\n   Segment 1\n"), none);
     EXPECT_EQ(adaptec(device_section({.location = "", .kind = "Tape"})), none);
+    EXPECT_EQ(adaptec(physical_line("Serial number", "X") + physical_line("Total Size", "1 KB")), none) << "nobody's";
     for (const char *line : {"Controllers found: x\n", "Controllers found: 4294967295\n"}) {
         arcconf(std::string("Controllers found: 0\n") + line, {small_config()});
         forget();
@@ -249,64 +247,19 @@ TEST_F(Raid, AdaptecOutputThatCannotBeRight) {
     EXPECT_EQ(list, nullptr);
 }
 
-TEST_F(Raid, AdaptecDrivesKeepTheirPlacesWhateverTheOrder) {
-    const std::string long_word(300, '1');
-    std::string text = "Logical device number 0\n   Segment 0   : Present (Controller:1,Enclosure:0,Slot:0) S0\n" +
-                       device_section({.number = 4, .vendor = long_word, .model = "", .serial = "", .size = ""});
-    for (int i = 0; i < 60; ++i) text += "   Segment 1   : Present (Controller:1,Enclosure:9,Slot:9) X\n";
-    text += physical_line("Model", long_word) + physical_line("Total Size", "2 KB");
-    text += device_section({.number = 5, .vendor = "", .serial = "S0"}) + physical_line("Model", "again");
-    arcconf("Controllers found: 1\n", {text});
-    ASSERT_EQ(get_raids_adaptec(&list, &count), 0);
-    const RaidDriveGroup &group = list[0].groups[0];
-    ASSERT_EQ(group.drive_count, 61U);
-    EXPECT_EQ(group.drives[0].number, 5U);
-    EXPECT_EQ(group.drives[0].size, 4096U);
-    EXPECT_EQ(group.drives[0].model, std::string(111, '1') + " again");
-    EXPECT_STREQ(group.drives[60].serial, "X");
-    EXPECT_EQ(list[0].drive_count, 0U);
-}
-
 TEST_F(Raid, EndlessOutputIsReadToItsEndInConstantMemory) {
     const auto peak = [] {
         rusage usage{};
         getrusage(RUSAGE_SELF, &usage);
         return usage.ru_maxrss; // KiB
     };
-    const std::string lines = "yes \"$line\" | head -c 50000000\ntouch /run/ended";
     [[maybe_unused]] const long before = peak();
-    for (const char *line : {"Virtual Drive: x", "Name                :X", "garbage \\001\\377"}) {
-        world.program("megacli", std::string("line=$(printf '") + line + "')\n" + lines);
-        EXPECT_EQ(get_raids_lsi(&list, &count), line[0] == 'g' ? 0 : -1) << line;
-        EXPECT_TRUE(std::filesystem::remove("/run/ended")) << "not read to the end: " << line;
-    }
+    world.program("megacli", "yes 'Virtual Drive: x' | head -c 50000000\ntouch /run/ended");
+    EXPECT_EQ(get_raids_lsi(&list, &count), -1);
+    EXPECT_TRUE(std::filesystem::exists("/run/ended")) << "not read to the end";
 #if !defined(__SANITIZE_ADDRESS__)
     EXPECT_LT(peak() - before, 20000);
 #endif
-    EXPECT_EQ(count, 0U);
-    world.program("megacli", "head -c 3000000 /dev/zero\ntouch /run/ended");
-    EXPECT_EQ(get_raids_lsi(&list, &count), 0);
-    EXPECT_TRUE(std::filesystem::exists("/run/ended"));
-}
-
-TEST_F(Raid, FailuresInTheirPlacesLeaveNothing) {
-    arcconf("Controllers found: 1\n", {small_config()});
-    megacli(kLogical, kPhysical);
-    lspci("01:00.0 RAID: One\n\tKernel modules: megaraid_sas\n");
-    adapter("01:00.0", 4);
-    logical_drive("sda", 0, "4:2:0:0");
-    generic_node(0, "LS0");
-    answer_presence(true, true);
-    const auto check = [this](int result, bool failed) {
-        EXPECT_TRUE(result == 0 || (failed && result == -1)) << result;
-        EXPECT_EQ(list == nullptr, count == 0);
-        EXPECT_TRUE(result == 0 || list == nullptr);
-        EXPECT_TRUE(failed || count == 2);
-        EXPECT_EQ(described().find("(null)"), std::string::npos);
-        forget();
-    };
-    sweep_allocations([this] { return get_raids(&list, &count); }, check);
-    sweep_system_calls([this] { return get_raids(&list, &count); }, check);
 }
 
 } // namespace

@@ -58,7 +58,7 @@ std::string small_config() {
 
 void RaidTest::TearDown() {
     forget();
-    WorldTest::TearDown();
+    UsbTest::TearDown();
 }
 
 void RaidTest::prints(const std::string &name, const std::string &text) const { world.file(kOutputs + name, text); }
@@ -89,10 +89,10 @@ void RaidTest::adapter(const std::string &slot, int host) const {
     world.directory(folder + "/host" + std::to_string(host));
 }
 
-void RaidTest::logical_drive(const std::string &name, unsigned minor, const std::string &address,
-                             const std::string &model) const {
-    world.disk({.name = name, .minor = minor, .vendor = "LSI", .model = model, .address = address});
+std::shared_ptr<FakeDisk> RaidTest::logical_drive(const std::string &name, unsigned minor, const std::string &address,
+                                                  const std::string &model) const {
     world.link("/sys/class/scsi_disk/" + address + "/device", "/sys/bus/scsi/devices/" + address);
+    return world.disk({.name = name, .minor = minor, .vendor = "LSI", .model = model, .address = address});
 }
 
 void RaidTest::generic_node(int number, const std::string &serial) const {

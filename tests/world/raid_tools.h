@@ -2,8 +2,7 @@
 #ifndef TORVANE_TESTS_WORLD_RAID_TOOLS_H
 #define TORVANE_TESTS_WORLD_RAID_TOOLS_H
 
-#include "torvane.h"
-#include "world.h"
+#include "usb.h"
 
 #include <string>
 #include <vector>
@@ -33,7 +32,7 @@ extern const std::string kKilled;
 std::string small_config();
 
 // A test with tools of its own on PATH; what they print is given as text.
-class RaidTest : public WorldTest {
+class RaidTest : public UsbTest {
   protected:
     void TearDown() override;
 
@@ -44,8 +43,8 @@ class RaidTest : public WorldTest {
     // An adapter as the kernel shows it in /sys, at a PCI address without its domain.
     void adapter(const std::string &slot, int host) const;
     // A logical drive: a disk on an adapter's channel.
-    void logical_drive(const std::string &name, unsigned minor, const std::string &address,
-                       const std::string &model = "MR9260-4i") const;
+    std::shared_ptr<FakeDisk> logical_drive(const std::string &name, unsigned minor, const std::string &address,
+                                            const std::string &model = "MR9260-4i") const;
     // A physical drive that only a generic node reaches.
     void generic_node(int number, const std::string &serial) const;
 

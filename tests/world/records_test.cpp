@@ -35,26 +35,12 @@ class Records : public WorldTest {
 // A writable text for the fields of input records, which are never written.
 char *text(const char *words) { return const_cast<char *>(words); }
 
-TEST_F(Records, StartUnknown) {
-    DriveRecord *drive = init_drive("/dev/sda");
-    ASSERT_NE(drive, nullptr);
-    EXPECT_STREQ(drive->name, "/dev/sda");
-    for (const int32_t value : {drive->major, drive->minor, drive->device_type, drive->rotation_speed,
-                                drive->permission, drive->status, drive->manufacturer_defects, drive->grown_defects}) {
-        EXPECT_EQ(value, -1);
-    }
-    EXPECT_EQ(drive->manufacturer_defect_bytes + drive->grown_defect_bytes + drive->block_count + drive->block_size,
-              0U);
-    EXPECT_EQ(drive->model, nullptr);
-    EXPECT_EQ(add_drive_to_list(&list_, drive), 1);
-    EXPECT_EQ(init_drive(nullptr), nullptr);
-    EXPECT_EQ(error(), "failed to read drive name (NULL)");
-}
-
 TEST_F(Records, MoveToAnotherListWithAllTheyOwn) {
     EXPECT_EQ(create_drive(&list_, "/dev/none", 0), 0);
     DriveRecord *source = list_.drives[0];
     source->model = strdup("model");
+    source->location = strdup("(0, 1)");
+    source->raid_device = strdup("/dev/sdx");
     source->block_size = 512;
     add_partition("none1", 5, &source->partitions, &source->partitions.entries);
     DriveList other = {};
@@ -62,7 +48,11 @@ TEST_F(Records, MoveToAnotherListWithAllTheyOwn) {
     EXPECT_STREQ(other.drives[0]->model, "model");
     EXPECT_STREQ(other.drives[0]->partitions.entries[0].name, "/dev/none1");
     EXPECT_EQ(other.drives[0]->partitions.entries[0].size, 5120U);
-    EXPECT_EQ(source->name, nullptr);
+    EXPECT_STREQ(other.drives[0]->location, "(0, 1)");
+    EXPECT_STREQ(other.drives[0]->raid_device, "/dev/sdx");
+    for (const char *text : {source->name, source->model, source->location, source->raid_device}) {
+        EXPECT_EQ(text, nullptr) << "shared";
+    }
     EXPECT_EQ(source->partitions.count, 0U);
     EXPECT_EQ(source->block_size, 512U) << "numbers stay";
     EXPECT_EQ(drive_in_list(&other, "/dev/none"), 1);

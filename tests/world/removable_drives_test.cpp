@@ -57,16 +57,6 @@ TEST_F(RemovableDrives, CompleteListedDisksAndAddTheOthers) {
     EXPECT_EQ(list.count, 0U);
 }
 
-TEST_F(RemovableDrives, AnEnclosuresDiskTakesTheUsbSerialNumber) {
-    plug_in({.units = {{}, {.name = "", .type = SCSI_TYPE_ENCLOSURE}}});
-    ASSERT_EQ(get_drives(&list, DRIVE_OPTION_SYSTEM, nullptr, 0), 0);
-    ASSERT_EQ(list.count, 1U);
-    std::string own = "OWN"; // dropped, not freed: its holder may use it on
-    list.drives[0]->serial = own.data();
-    EXPECT_EQ(add_removable_media(&list, 0), 0);
-    EXPECT_STREQ(list.drives[0]->serial, "USB-0001");
-}
-
 TEST_F(RemovableDrives, AnUnreadableInterfaceFailsDiscovery) {
     plug_in({});
     world.file("/sys/bus/scsi/devices/2:0:0:0/type", "3");
@@ -74,24 +64,6 @@ TEST_F(RemovableDrives, AnUnreadableInterfaceFailsDiscovery) {
     EXPECT_EQ(list.count, 0U);
     EXPECT_EQ(list.drives, nullptr);
     EXPECT_EQ(add_removable_media(nullptr, 1), -1);
-}
-
-TEST_F(RemovableDrives, FailuresInTheirPlacesLeaveNothing) {
-    plug_in({});
-    plug_in({.port = "1-2", .host = 3, .serial = "IDLE", .units = {{.bound = false}}});
-    const auto list_disk = [this] {
-        release();
-        ASSERT_EQ(create_drive(&list, "/dev/sdb", 0), 0);
-    };
-    const auto call = [this] { return add_removable_media(&list, 1); };
-    const auto check = [&](int result, bool failed) {
-        EXPECT_TRUE(failed || (result == 0 && list.count == 2));
-        list_disk();
-        nodes.clear();
-    };
-    list_disk();
-    sweep_allocations(call, check);
-    sweep_system_calls(call, check);
 }
 
 } // namespace

@@ -93,23 +93,4 @@ TEST_F(SoftwareRaid, PartitionsOfADisk) {
     EXPECT_EQ(get_device_name_from_partition_new(nullptr), nullptr);
 }
 
-TEST_F(SoftwareRaid, FailuresInTheirPlacesLeaveNothing) {
-    world.file("/sys/block/md0/md0p1/partition", "1\n");
-    world.file("/proc/mdstat", "\nmd0 : active raid1\n");
-    char **names = nullptr;
-    uint32_t count = 0;
-    const auto check = [&](int result, bool failed) {
-        expect_swept(result, failed);
-        release_partition_names(names, &count);
-        names = nullptr;
-    };
-    const auto arrays = [&] { return get_sw_raid_names(&names, &count); };
-    sweep_allocations(arrays, [&](int result, bool failed) {
-        EXPECT_EQ(names == nullptr, count == 0);
-        check(result, failed);
-    });
-    sweep_system_calls(arrays, check);
-    sweep_allocations([&] { return get_partition_names(&names, &count, "md0"); }, check);
-}
-
 } // namespace

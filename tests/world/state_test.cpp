@@ -58,8 +58,8 @@ class VendorState : public WorldTest {
         unsigned char first_sense_byte = 0x72;
     };
     static void answer_memkor(const Memkor &memkor) {
-        answers().ioctl = [=](int /*fd*/, unsigned long request, void *argument) -> std::optional<int> {
-            if (request != SG_IO) return std::nullopt;
+        answers().ioctl = [=](int /*fd*/, unsigned long request, void *argument) {
+            if (request != SG_IO) return -1;
             auto &header = *static_cast<sg_io_hdr_t *>(argument);
             const unsigned char *cdb = header.cmdp;
             const bool data_in = cdb[14] == 0x85;
@@ -72,7 +72,7 @@ class VendorState : public WorldTest {
             if (cdb[14] == memkor.failing_command) return -1;
             if (cdb[14] == 0x85 && cdb[4] == 2 && sector == memkor.failing_sector) return -1;
             if (cdb[14] == 0x85 && cdb[4] == 1) std::memcpy(header.dxferp, &memkor.sectors, sizeof memkor.sectors);
-            if (cdb[14] == 0x85 && cdb[4] == 2) std::memset(header.dxferp, sector + 1, header.dxfer_len);
+            if (cdb[14] == 0x85 && cdb[4] == 2) std::memset(header.dxferp, sector % 251, header.dxfer_len);
             const Bytes sense = {memkor.first_sense_byte, 0, 0, 0, 0, 0, 0, 0x0E, 0x09, 0x0C, 0, memkor.error_register};
             std::memcpy(header.sbp, sense.data(), sense.size());
             header.sbp[20] = memkor.device_register;
@@ -173,7 +173,7 @@ TEST_F(VendorState, MemkorImageHasTheLengthThatTheDriveTells) {
     ASSERT_EQ(get_device_state_full(-1, "/dev/sda", &state), 0);
     ASSERT_EQ(state.firmware_size, 300 * 512);
     for (int sector = 0; sector < 300; ++sector) {
-        EXPECT_EQ(state.firmware_image[sector * 512 + 511], static_cast<unsigned char>(sector + 1));
+        EXPECT_EQ(state.firmware_image[sector * 512 + 511], sector % 251);
     }
     free(state.firmware_image);
     for (const Memkor &bad :
@@ -224,20 +224,6 @@ TEST_F(VendorState, WhatCannotBeOpenedIsToldInTheCallersCategory) {
         EXPECT_EQ(call.call(), call.result);
         EXPECT_EQ(text_of(call.category), "failed to open '/dev/none'");
     }
-}
-
-TEST_F(VendorState, OptionSixteenReadsTheStateOfEachDrive) {
-    const auto disk = drive_of("Innodisk 3ME");
-    answer_innodisk(*disk, 4);
-    const char *names[] = {"/dev/sda", "/dev/none"};
-    DriveList list{};
-    ASSERT_EQ(get_drives(&list, DRIVE_OPTION_IDENTITY | DRIVE_OPTION_STATE, names, 2), 0);
-    ASSERT_EQ(list.count, 2U);
-    EXPECT_EQ(list.drives[0]->permission, 4);
-    EXPECT_EQ(list.drives[0]->state_result, 0U);
-    EXPECT_EQ(list.drives[1]->permission, -1);
-    EXPECT_EQ(list.drives[1]->state_result, 1U);
-    release_drives(&list);
 }
 
 } // namespace

@@ -1,45 +1,66 @@
 #include "sweep.h"
-#include "world.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
-#include <string>
-
-#if defined(__SANITIZE_ADDRESS__)
-#define TORVANE_OWN_HEAP 0
-#else
-#define TORVANE_OWN_HEAP 1
-#endif
+#include <cstring>
+#include <string_view>
 
 namespace torvane::world {
 namespace {
 
-constexpr long kMostSteps = 20000;
 constexpr size_t kMostBlocks = 1 << 18;
+
+// The errors that fit each call, between blanks; the rest can only fail with EIO.
+struct Errors {
+    std::string_view calls;
+    std::array<int, 3> errors;
+};
+constexpr Errors kErrors[] = {
+    {" open fopen opendir scandir glob mkdtemp pipe pipe2 inotify_init inotify_init1 ", {EMFILE, EIO, EINTR}},
+    {" ioctl fcntl readlink realpath access fstat lstat fstatat stat ", {EIO, ENODEV, EINTR}},
+    {" fgets fread __isoc99_vfscanf read readdir getmntent_r ", {EIO, EINTR, ENODEV}},
+    {" fclose close fwrite mknod mkdir unlink rmdir remove ", {ENOSPC, EIO, EINTR}},
+    {" select poll ", {EINTR, ENOMEM, EBADF}},
+    {" waitpid ", {EINTR, ECHILD}},
+};
+
+// ENOMEM for an allocation, and for a call the one in this place of those that fit it.
+int error_of(Step step, std::string_view call, size_t place, bool *has_next) {
+    *has_next = false;
+    if (step == Step::kAllocation) return ENOMEM;
+    for (const Errors &each : kErrors) {
+        for (size_t at = each.calls.find(call); at < each.calls.size(); at = each.calls.find(call, at + 1)) {
+            if (each.calls[at - 1] != ' ' || each.calls[at + call.size()] != ' ') continue;
+            const size_t count = each.errors[2] == 0 ? 2 : 3;
+            *has_next = place + 1 < count;
+            return each.errors[place % count];
+        }
+    }
+    return EIO;
+}
 
 // Plain data: malloc() uses it before any constructor has run.
 struct Sweep {
     bool counting = false;
-    Step kind = Step::kAllocation;
-    long left = 0; // steps that still succeed
-    bool for_good = false;
-    bool failed = false;
+    Failure failure;
+    const char *failed_call = nullptr;
+    int error = 0;
+    bool has_next = false;
 };
-Sweep sweep;
+constinit Sweep sweep;
 
 // Blocks that the call under sweep allocated and that are not yet freed, in an open-addressed table.
 std::array<void *, kMostBlocks> blocks;
 size_t live_blocks;
+size_t removed_blocks; // their slots
 bool tracking;
 void *const kRemoved = &blocks;
 
 size_t first_slot(const void *block) { return (reinterpret_cast<uintptr_t>(block) >> 4) % kMostBlocks; }
 
-[[maybe_unused]] void note(void *block) {
+void note(void *block) {
     if (!sweep.counting || block == nullptr || live_blocks > kMostBlocks / 2) return;
     size_t slot = first_slot(block);
     while (blocks[slot] != nullptr && blocks[slot] != kRemoved) slot = (slot + 1) % kMostBlocks;
@@ -47,118 +68,110 @@ size_t first_slot(const void *block) { return (reinterpret_cast<uintptr_t>(block
     ++live_blocks;
 }
 
-[[maybe_unused]] void forget(const void *block) {
+void forget(const void *block) {
     if (!tracking || block == nullptr) return;
     for (size_t slot = first_slot(block); blocks[slot] != nullptr; slot = (slot + 1) % kMostBlocks) {
         if (blocks[slot] != block) continue;
         blocks[slot] = kRemoved;
+        ++removed_blocks;
         --live_blocks;
         return;
     }
 }
 
-// One run; true when a step failed in it.
-bool run(const SweptCall &call, const SweptCheck &check, Step kind, long successes, bool for_good) {
-    SCOPED_TRACE(std::string(kind == Step::kAllocation ? "allocation " : "system call ") + std::to_string(successes) +
-                 (for_good ? " and all later ones fail" : " fails"));
-    const auto descriptors = open_descriptors();
-    if (live_blocks != 0 || kind == Step::kAllocation) blocks.fill(nullptr);
-    live_blocks = 0;
-    tracking = true;
-    sweep = {.counting = true, .kind = kind, .left = successes, .for_good = for_good, .failed = false};
-    const int result = call();
-    sweep.counting = false;
-    check(result, sweep.failed);
-    tracking = false;
-    EXPECT_EQ(live_blocks, 0U) << "blocks left allocated";
-    EXPECT_EQ(open_descriptors(), descriptors) << "descriptors left open";
-    return sweep.failed;
-}
-
-void sweep_all(Step kind, const SweptCall &call, const SweptCheck &check) {
-    // The first call of all may leave caches of the C library behind.
-    check(call(), false);
-    for (const bool for_good : {false, true}) {
-        long steps = 0;
-        while (run(call, check, kind, steps, for_good)) {
-            if (testing::Test::HasFailure()) return;
-            ASSERT_LT(++steps, kMostSteps) << "the call never comes to an end";
-        }
-        ASSERT_GT(steps, 0) << "the call has nothing that could fail";
-    }
-}
-
 } // namespace
 
-bool fails_now(Step step) {
-    if (!sweep.counting || step != sweep.kind) return false;
-    if (sweep.left > 0) {
-        --sweep.left;
+bool fails_now(Step step, const char *name) {
+    if (!sweep.counting || step != sweep.failure.step) return false;
+    if (sweep.failure.index > 0) {
+        --sweep.failure.index;
         return false;
     }
-    if (sweep.failed && !sweep.for_good) return false;
-    sweep.failed = true;
-    errno = step == Step::kAllocation ? ENOMEM : EIO;
+    if (sweep.failed_call != nullptr && !sweep.failure.for_good) return false;
+    bool has_next = false;
+    // A call interrupted for good would be tried again for good.
+    int error = error_of(step, name, sweep.failure.error, &has_next);
+    if (sweep.failure.for_good && error == EINTR) error = EIO;
+    if (sweep.failed_call == nullptr) {
+        sweep.failed_call = name;
+        sweep.error = error;
+        sweep.has_next = has_next && !sweep.failure.for_good;
+    }
+    errno = error;
     return true;
 }
 
-Uncounted::Uncounted() : counted_(sweep.counting) { sweep.counting = false; }
+void stop_sweep() { sweep.counting = false; }
+
+Uncounted::Uncounted(bool pause) : counted_(sweep.counting) { sweep.counting = counted_ && !pause; }
 Uncounted::~Uncounted() { sweep.counting = counted_; }
 
-void expect_swept(int result, bool failed, int success, int failure) {
-    EXPECT_TRUE(result == success || (failed && result == failure))
-        << result << (failed ? " after" : " without") << " a failed step";
+Trial try_with(const Failure &failure, const std::function<void()> &call, const std::function<void()> &release) {
+    if (live_blocks != 0 || removed_blocks > kMostBlocks / 2) {
+        blocks.fill(nullptr);
+        removed_blocks = 0;
+    }
+    live_blocks = 0;
+    tracking = true;
+    sweep = {.counting = true, .failure = failure};
+    call();
+    sweep.counting = false;
+    release();
+    tracking = false;
+    Trial trial;
+    trial.failed = sweep.failed_call != nullptr;
+    trial.has_next = sweep.has_next;
+    trial.blocks_left = live_blocks;
+    if (trial.failed) {
+        trial.at = std::string(sweep.failed_call) + " " + std::to_string(failure.index) + " (" +
+                   strerrorname_np(sweep.error) + (failure.for_good ? ", and all after it)" : ")");
+    }
+    return trial;
 }
-
-void sweep_allocations(const SweptCall &call, const SweptCheck &check) {
-    if (TORVANE_OWN_HEAP) return sweep_all(Step::kAllocation, call, check);
-    check(call(), false);
-}
-
-void sweep_system_calls(const SweptCall &call, const SweptCheck &check) { sweep_all(Step::kSystemCall, call, check); }
 
 } // namespace torvane::world
-
-#if TORVANE_OWN_HEAP
 
 using torvane::world::fails_now;
 using torvane::world::Step;
 
 extern "C" {
 
-// The C library's own names of its allocator.
-void *__libc_malloc(size_t size);
-void *__libc_calloc(size_t count, size_t size);
-void *__libc_realloc(void *block, size_t size);
-void __libc_free(void *block);
+// The allocator's own names: the address sanitizer's, or the C library's.
+#if defined(__SANITIZE_ADDRESS__)
+#define TORVANE_REAL(name) __interceptor_##name
+#else
+#define TORVANE_REAL(name) __libc_##name
+#endif
+void *TORVANE_REAL(malloc)(size_t size);
+void *TORVANE_REAL(calloc)(size_t count, size_t size);
+void *TORVANE_REAL(realloc)(void *block, size_t size);
+void TORVANE_REAL(free)(void *block);
 
 void *malloc(size_t size) noexcept {
-    if (fails_now(Step::kAllocation)) return nullptr;
-    void *block = __libc_malloc(size);
+    if (fails_now(Step::kAllocation, "allocation")) return nullptr;
+    void *block = TORVANE_REAL(malloc)(size);
     torvane::world::note(block);
     return block;
 }
 
 void *calloc(size_t count, size_t size) noexcept {
-    if (fails_now(Step::kAllocation)) return nullptr;
-    void *block = __libc_calloc(count, size);
+    if (fails_now(Step::kAllocation, "allocation")) return nullptr;
+    void *block = TORVANE_REAL(calloc)(count, size);
     torvane::world::note(block);
     return block;
 }
 
 void *realloc(void *block, size_t size) noexcept {
-    if (fails_now(Step::kAllocation)) return nullptr;
+    if (fails_now(Step::kAllocation, "allocation")) return nullptr;
     torvane::world::forget(block);
-    void *grown = __libc_realloc(block, size);
+    void *grown = TORVANE_REAL(realloc)(block, size);
     torvane::world::note(grown != nullptr || size == 0 ? grown : block);
     return grown;
 }
 
 void free(void *block) noexcept {
     torvane::world::forget(block);
-    __libc_free(block);
+    TORVANE_REAL(free)(block);
 }
 
 } // extern "C"
-
-#endif

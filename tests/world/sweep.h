@@ -1,38 +1,26 @@
-// Failure sweeps: a library call is run again and again, with its first, second, ... allocation or system call
-// failing, once and for good.
+// Failures made to measure: the n-th allocation or system call of a run fails, it alone or with all that follow.
 #ifndef TORVANE_TESTS_WORLD_SWEEP_H
 #define TORVANE_TESTS_WORLD_SWEEP_H
 
+#include <cstddef>
 #include <functional>
+#include <string>
 
 namespace torvane::world {
 
-enum class Step { kAllocation, kSystemCall };
-
-// `call` makes the library call and returns its result; it must not allocate by itself. `check` judges the
-// result and releases what the call handed out; `failed` says whether a step has failed during the call.
-// After each run nothing that the call allocated and no descriptor may be left.
-using SweptCall = std::function<int()>;
-using SweptCheck = std::function<void(int result, bool failed)>;
-
-// Every malloc(), calloc(), realloc() and whatever the C library builds on them. Under the address sanitizer,
-// which owns the heap, the call is made once without a failure.
-void sweep_allocations(const SweptCall &call, const SweptCheck &check);
-
-// Every system call that answers.cpp answers, failing with EIO.
-void sweep_system_calls(const SweptCall &call, const SweptCheck &check);
-
-// For checks of calls that have one failure value. Steps that may fail unharmed (a stream's buffer, say) let the
-// call succeed all the same.
-void expect_swept(int result, bool failed, int success = 0, int failure = -1);
+// malloc(), calloc(), realloc() and whatever the C library builds on them; or every call that answers.cpp answers.
+enum class Step { kAllocation, kCall };
 
 // Whether the step now being made is the one to fail; sets errno then.
-bool fails_now(Step step);
+bool fails_now(Step step, const char *name);
+
+// In a child that is none of the sweep's.
+void stop_sweep();
 
 // While one of these lives, steps are neither counted nor made to fail: the fixture's own doings.
 class Uncounted {
   public:
-    Uncounted();
+    explicit Uncounted(bool pause = true);
     ~Uncounted();
     Uncounted(const Uncounted &) = delete;
     Uncounted &operator=(const Uncounted &) = delete;
@@ -40,6 +28,23 @@ class Uncounted {
   private:
     bool counted_;
 };
+
+struct Failure {
+    Step step = Step::kCall;
+    long index = 0; // steps before the one that fails
+    bool for_good = false;
+    size_t error = 0; // which of the errors that fit the step
+};
+
+struct Trial {
+    bool failed = false;    // whether the run came as far as the failing step
+    std::string at;         // which failed, and how
+    bool has_next = false;  // whether another error fits that step
+    size_t blocks_left = 0; // allocated by the run and not freed by `release`
+};
+
+// Runs `call` with the failure, then `release`, which frees what the call handed out.
+Trial try_with(const Failure &failure, const std::function<void()> &call, const std::function<void()> &release);
 
 } // namespace torvane::world
 

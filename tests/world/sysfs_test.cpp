@@ -124,24 +124,4 @@ TEST_F(Sysfs, DeviceNumbers) {
     EXPECT_EQ(has_same_device_id("sdb", UINT32_MAX, UINT32_MAX), 0) << "the failure's -1 is no number";
 }
 
-TEST_F(Sysfs, FailuresInTheirPlacesLeaveNothing) {
-    world.disk({.name = "sda"});
-    char *value = nullptr;
-    const auto call = [&] {
-        value = nullptr;
-        return _get_value_from_sys("/dev/sda1", "model", kLine, 0, 0, &value);
-    };
-    const auto check = [&](int result, bool failed) {
-        expect_swept(result, failed);
-        EXPECT_EQ(value == nullptr, result != 0);
-        free(value);
-    };
-    sweep_allocations(call, check);
-    sweep_system_calls(call, check);
-    const auto same = [] { return has_same_device_id("sda", 8, 0); };
-    const auto check_same = [](int result, bool failed) { expect_swept(result, failed, 1, 0); };
-    sweep_allocations(same, check_same);
-    sweep_system_calls(same, check_same);
-}
-
 } // namespace

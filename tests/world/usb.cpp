@@ -27,7 +27,7 @@ UsbTest::UsbTest() {
         for (const char *file : {"bind", "unbind"}) world.file(control(driver, file), "");
     }
     answers().mknod = [this](const char *path, mode_t mode, dev_t number) { return make_node(path, mode, number); };
-    answers().system = [this](const char *command) { return run(command); };
+    answers().system = [this](const char *command) { return answer_command(command); };
     world.remove("/proc/mounts");
     write_mounts();
 }
@@ -52,16 +52,16 @@ void UsbTest::plug_in_unit(const UsbDevice &device, size_t index) {
     const std::string address = host + ":0:0:" + std::to_string(index);
     const std::string target = kHub + device.port + "/" + device.port + ":1.0/host" + host + "/target" + host + ":0:0";
     if (unit.bound && !unit.name.empty()) {
-        disks_[makedev(unit.major, unit.minor)] = world.disk({.name = unit.name,
-                                                              .major = unit.major,
-                                                              .minor = unit.minor,
-                                                              .vendor = "Maker",
-                                                              .model = "Flash",
-                                                              .address = address,
-                                                              .parent = target,
-                                                              .size = unit.size,
-                                                              .partitions = unit.partitions,
-                                                              .uuid = unit.uuid});
+        disks[makedev(unit.major, unit.minor)] = world.disk({.name = unit.name,
+                                                             .major = unit.major,
+                                                             .minor = unit.minor,
+                                                             .vendor = "Maker",
+                                                             .model = "Flash",
+                                                             .address = address,
+                                                             .parent = target,
+                                                             .size = unit.size,
+                                                             .partitions = unit.partitions,
+                                                             .uuid = unit.uuid});
         if (!unit.node) world.remove("/dev/" + unit.name);
     }
     world.file("/sys/devices/" + target + "/" + address + "/type", std::to_string(unit.type) + "\n");
@@ -95,11 +95,11 @@ std::optional<int> UsbTest::make_node(const char *path, mode_t mode, dev_t numbe
     char text[200];
     std::snprintf(text, sizeof text, "%s %u:%u %o", path, major(number), minor(number), mode);
     nodes.emplace_back(text);
-    world.device(path, major(number), minor(number), false, disks_[number]);
+    world.device(path, major(number), minor(number), false, disks[number]);
     return 0;
 }
 
-std::optional<int> UsbTest::run(const char *command) {
+std::optional<int> UsbTest::answer_command(const char *command) {
     const Uncounted pause;
     const std::string text = command;
     commands.push_back(text);
@@ -107,8 +107,8 @@ std::optional<int> UsbTest::run(const char *command) {
         if (text.starts_with(beginning)) return status;
     }
     const std::string mount_point = text.substr(text.rfind(' ') + 1);
-    if (text.starts_with("mount ")) mounts_.push_back(mount_point);
-    if (text.starts_with("umount ")) std::erase(mounts_, mount_point);
+    if (text.starts_with("mount ")) mounts.push_back(mount_point);
+    if (text.starts_with("umount ")) std::erase(mounts, mount_point);
     write_mounts();
     return 0;
 }
@@ -116,8 +116,8 @@ std::optional<int> UsbTest::run(const char *command) {
 void UsbTest::write_mounts() const {
     // Real tables have lines that are longer than a reader's buffer, and escaped blanks.
     std::string lines =
-        "overlay /long overlay rw," + std::string(600, 'x') + " 0 0\n" + "/dev/sdz1 /mnt/two\\040words vfat ro 0 0\n";
-    for (const std::string &mount_point : mounts_) lines += "node " + mount_point + " vfat ro,nosuid 0 0\n";
+        "overlay /long overlay rw," + std::string(600, 'x') + " 0 0\n" + "/dev/sdz1 /tmp/two\\040words vfat ro 0 0\n";
+    for (const std::string &mount_point : mounts) lines += "node " + mount_point + " vfat ro,nosuid 0 0\n";
     world.file("/proc/mounts", lines);
 }
 
@@ -126,6 +126,7 @@ void UsbTest::write_mounts() const {
 // Entries that the fixture made block devices are listed as such.
 extern "C" int scandir(const char *path, dirent ***entries, int (*filter)(const dirent *),
                        int (*compare)(const dirent **, const dirent **)) {
+    if (torvane::world::fails_now(torvane::world::Step::kCall, "scandir")) return -1;
     static auto *real = reinterpret_cast<decltype(&scandir)>(dlsym(RTLD_NEXT, "scandir"));
     const int found = real(path, entries, nullptr, compare);
     int kept = 0;

@@ -55,14 +55,14 @@ class UsbTest : public WorldTest {
     std::vector<std::string> commands;
     std::map<std::string, int> statuses; // what system() returns for a command that begins so
 
+    void write_mounts() const;
+    std::map<dev_t, std::shared_ptr<FakeDisk>> disks; // of the devices plugged in
+    std::vector<std::string> mounts;                  // mount points
+
   private:
     void plug_in_unit(const UsbDevice &device, size_t index);
     std::optional<int> make_node(const char *path, mode_t mode, dev_t number);
-    std::optional<int> run(const char *command);
-    void write_mounts() const;
-
-    std::map<dev_t, std::shared_ptr<FakeDisk>> disks_;
-    std::vector<std::string> mounts_; // mount points
+    std::optional<int> answer_command(const char *command);
 };
 
 } // namespace torvane::world
