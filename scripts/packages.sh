@@ -18,6 +18,12 @@ bench_packages=("${build_packages[@]}" libbenchmark-dev valgrind strace qemu-sys
     udev fdisk lsscsi util-linux python3)
 optional_bench_packages=(smartmontools)
 
+# To build and judge the Debian packages (scripts/packages-test).
+package_packages=(
+    "${build_packages[@]}" ccache dpkg-dev fakeroot debhelper dh-python lintian mmdebstrap mandoc python3
+    python3-clang
+)
+
 # require_packages PACKAGE...: installs those that are missing.
 require_packages() {
     local package missing=()
