@@ -1,0 +1,299 @@
+// Runs in the machines `kinds` and `disks`: what the inventory says without opening a device, against what the kernel's
+// own tools say there.
+#include "inventory/kernel/kernel.h"
+#include "inventory/survey/find.h"
+#include "inventory/survey/identity.h"
+#include "inventory/usb/usb.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <set>
+
+namespace inventory {
+namespace {
+
+using nlohmann::json;
+
+std::string output_of(const std::string &command) {
+    const std::unique_ptr<FILE, int (*)(FILE *)> pipe(popen(command.c_str(), "r"), pclose);
+    std::string text;
+    for (int c = fgetc(pipe.get()); c != EOF; c = fgetc(pipe.get())) text += static_cast<char>(c);
+    while (!text.empty() && text.back() == '\n') text.pop_back();
+    return text;
+}
+
+Machine everything() {
+    Machine machine;
+    read_kernel(machine, {});
+    read_usb(machine);
+    relate_identities(machine);
+    settle(machine);
+    return machine;
+}
+
+json json_of(const Value &value) {
+    return std::visit(
+        [](const auto &held) -> json {
+            if constexpr (std::is_same_v<std::decay_t<decltype(held)>, std::monostate>)
+                return nullptr;
+            else
+                return held;
+        },
+        value);
+}
+
+void flatten(const json &rows, std::map<std::string, json> &by_name) {
+    for (const json &row : rows) {
+        by_name[row.at("kname")] = row;
+        if (row.contains("children")) flatten(row.at("children"), by_name);
+    }
+}
+
+// By kernel name.
+std::map<std::string, json> listed() {
+    std::map<std::string, json> by_name;
+    flatten(json::parse(output_of("lsblk --json --output-all --bytes")).at("blockdevices"), by_name);
+    return by_name;
+}
+
+// The lister's words in ours.
+json translated(const std::string &column, const json &row) {
+    json value = row.at(column);
+    if (column == "mountpoints") {
+        json points;
+        for (const json &point : value) {
+            if (!point.is_null()) points.push_back(point);
+        }
+        return points;
+    }
+    if (column == "type" && row.at("tran") == "iscsi") return "iscsi";
+    if (column == "type") {
+        const std::string type = value;
+        return type == "rom" ? "optical" : type.starts_with("raid") ? "softraid" : type;
+    }
+    if (value.is_string()) {
+        const std::string text = value;
+        const std::size_t last = text.find_last_not_of(' ');
+        return text.substr(0, last == std::string::npos ? 0 : last + 1);
+    }
+    return value;
+}
+
+struct Column {
+    const char *key;
+    const char *column;
+    bool may_know_more = false; // the lister leaves it out at times
+};
+
+constexpr Column kColumns[] = {
+    {"type", "type"},
+    {"path", "path"},
+    {"maj_min", "maj:min"},
+    {"size", "size"},
+    {"read_only", "ro"},
+    {"model", "model", true},
+    {"serial", "serial", true},
+    {"wwn", "wwn", true},
+    {"vendor", "vendor", true},
+    {"firmware", "rev", true},
+    {"hctl", "hctl", true},
+    {"tran", "tran", true},
+    {"device_state", "state", true},
+    {"start", "start", true},
+    {"sector", "log-sec"},
+    {"physical_sector", "phy-sec"},
+    {"rotational", "rota"},
+    {"removable", "rm"},
+    {"fs_type", "fstype"},
+    {"fs_label", "label"},
+    {"uuid", "uuid"},
+    {"pt_type", "pttype"},
+    {"pt_uuid", "ptuuid"},
+    {"part_type", "parttype"},
+    {"part_uuid", "partuuid"},
+    {"part_label", "partlabel"},
+    {"mount_points", "mountpoints"},
+};
+
+bool has_fact(const Thing &thing, const char *key) { return (find_fact(key)->of & bit(thing.kind())) != 0; }
+
+TEST(Inventory, EqualsTheListersEveryColumn) {
+    const Machine machine = everything();
+    const auto rows = listed();
+    ASSERT_GE(rows.size(), 20U);
+    for (const auto &[name, row] : rows) {
+        const Thing *thing = machine.find(name);
+        ASSERT_NE(thing, nullptr) << name;
+        for (const Column &column : kColumns) {
+            const json expected = translated(column.column, row);
+            const json found = json_of(thing->value(column.key));
+            // The lister copies the disk's facts to its partitions, knows no UAS, and gives PCI's vendor to virtio.
+            if (!has_fact(*thing, column.key) || (expected.is_null() && column.may_know_more)) continue;
+            if (found == "uas" && expected == "usb") continue;
+            if (expected == "0x1af4" || (column.key == std::string("device_state") && name.starts_with("dm-")))
+                continue;
+            EXPECT_EQ(found, expected) << name << " " << column.key;
+        }
+    }
+    for (const Thing &thing : machine.things()) {
+        EXPECT_TRUE(thing.kind() == ThingKind::kUsbInterface || rows.contains(thing.id())) << thing.id();
+    }
+}
+
+TEST(Inventory, IsTheSameForAnOrdinaryUser) {
+    const auto told = [] {
+        std::map<std::string, json> facts;
+        const Machine machine = everything();
+        for (const Thing &thing : machine.things()) {
+            for (const auto &[index, fact] : thing.facts()) {
+                facts[thing.id()][all_facts()[index].key] = json_of(fact.value());
+            }
+        }
+        return facts;
+    };
+    const auto as_root = told();
+    constexpr uid_t kNobody = 65534;
+    ASSERT_EQ(seteuid(kNobody), 0);
+    const auto as_user = told();
+    ASSERT_EQ(seteuid(0), 0);
+    EXPECT_EQ(as_user, as_root);
+}
+
+TEST(Inventory, KnowsArraysAsTheirToolDoes) {
+    const Machine machine = everything();
+    for (const Thing &thing : machine.things()) {
+        if (thing.kind() != ThingKind::kArray) continue;
+        const std::string detail = output_of("mdadm --detail /dev/" + thing.id());
+        const auto line = [&detail](const std::string &label) {
+            const std::size_t at = detail.find(label + " : ");
+            if (at == std::string::npos) return std::string();
+            const std::size_t from = at + label.size() + 3;
+            return detail.substr(from, detail.find('\n', from) - from);
+        };
+        EXPECT_EQ(thing.text("level"), line("Raid Level"));
+        EXPECT_EQ(thing.text("state"), line("State").substr(0, thing.text("state").size()));
+        EXPECT_EQ(std::to_string(thing.related(RelationKind::kBuiltOn).size()), line("Total Devices"));
+        for (const Thing *member : thing.related(RelationKind::kBuiltOn)) {
+            EXPECT_TRUE(member->text("role").starts_with("active ")) << member->id();
+            EXPECT_NE(detail.find("/dev/" + member->id()), std::string::npos);
+        }
+    }
+}
+
+// The machine `kinds`: facts by serial number.
+struct Expected {
+    const char *serial;
+    std::map<std::string, json> facts;
+};
+
+std::vector<Thing *> with_serial(Machine &machine, const std::string &serial) {
+    std::vector<Thing *> found;
+    for (Thing &thing : machine.things()) {
+        const bool is_drive = thing.kind() == ThingKind::kDrive;
+        if (is_drive && thing.text("serial") == serial) found.push_back(&thing);
+    }
+    return found;
+}
+
+TEST(Kinds, AreToldWithTheirTransportMediumAndUse) {
+    const std::vector<Expected> all{
+        {"NVME0001",
+         {{"tran", "nvme"},
+          {"media", "ssd"},
+          {"rpm", 0},
+          {"model", "QEMU NVMe Ctrl"},
+          {"driver", "nvme"},
+          {"device_state", "live"},
+          {"verdict", "partitioned"}}},
+        {"VIRT0001", {{"tran", "virtio"}, {"media", "virtual"}, {"driver", "virtio_blk"}, {"verdict", "free"}}},
+        {"0xdeadbeef",
+         {{"tran", "mmc"}, {"media", "flash"}, {"rpm", 0}, {"model", "QEMU!"}, {"port", "mmc0"}, {"type", "disk"}}},
+        {"UASD0001", {{"tran", "uas"}, {"driver", "uas"}, {"type", "disk"}, {"status", "node"}}},
+        {"STICK0001",
+         {{"tran", "usb"}, {"driver", "usb-storage"}, {"media", "flash"}, {"type", "disk"}, {"status", "node"}}},
+        {"SAS0001", {{"tran", "sas"}, {"media", "hdd"}, {"rpm", 10000}, {"wwn", "0x5000c50000000001"}}},
+        {"SATA0001",
+         {{"tran", "sata"},
+          {"model", "A SATA DISK WHOSE NAME IS RATHER LONG"},
+          {"vendor", "ATA"},
+          {"port", "ata1"},
+          {"driver", "ahci"},
+          {"wwn", "0x5000c50000000002"}}},
+        {"PATHS1", {{"tran", "scsi"}, {"duplicate_serial", false}, {"used_by", {"mpatha"}}, {"verdict", "mpath"}}},
+        {"PATHS2", {{"duplicate_serial", false}, {"verdict", "free"}}},
+        {"TWIN0001", {{"duplicate_serial", true}, {"paths", nullptr}, {"verdict", "free"}}},
+        {"HALF1", {{"used_by", {"md127"}}, {"verdict", "array"}}},
+        {"SECRET1", {{"used_by", {"opened"}}, {"verdict", "crypt"}, {"fs_type", "crypto_LUKS"}}},
+        {"NUMBER1", {{"verdict", "partitioned"}, {"pt_type", "gpt"}}},
+    };
+    Machine machine = everything();
+    for (const Expected &expected : all) {
+        const std::vector<Thing *> things = with_serial(machine, expected.serial);
+        EXPECT_FALSE(things.empty()) << expected.serial;
+        for (const Thing *thing : things) {
+            for (const auto &[key, value] : expected.facts) {
+                EXPECT_EQ(json_of(thing->value(key)), value) << expected.serial << " " << key;
+            }
+        }
+    }
+}
+
+TEST(Kinds, PathsAndTwinsAreToldApart) {
+    Machine machine = everything();
+    for (const std::string serial : {"PATHS1", "PATHS2"}) {
+        const std::vector<Thing *> paths = with_serial(machine, serial);
+        ASSERT_EQ(paths.size(), 2U);
+        EXPECT_EQ(paths[1]->related(RelationKind::kPathOf), std::vector<Thing *>{paths[0]});
+        EXPECT_EQ(json_of(paths[0]->value("paths")), json{paths[1]->id()});
+        EXPECT_EQ(find_things(machine, serial), std::vector<Thing *>{paths[0]});
+    }
+    EXPECT_EQ(find_things(machine, "TWIN0001").size(), 2U);
+}
+
+TEST(Kinds, PartitionsKeepTheirNumbers) {
+    Machine machine = everything();
+    const std::vector<Thing *> disks = with_serial(machine, "NUMBER1");
+    ASSERT_EQ(disks.size(), 1U);
+    std::set<std::uint64_t> numbers;
+    for (const Thing *part : disks.front()->related_to(RelationKind::kPartOf)) {
+        numbers.insert(part->number("partn").value_or(0));
+    }
+    EXPECT_EQ(numbers, (std::set<std::uint64_t>{3, 7}));
+    for (const char *whole : {"md127", "nvme0n1"}) {
+        const Thing *thing = machine.find(whole);
+        ASSERT_NE(thing, nullptr) << whole;
+        EXPECT_EQ(thing->related_to(RelationKind::kPartOf).size(), 2U) << whole;
+    }
+}
+
+TEST(Kinds, AreFoundByEveryName) {
+    Machine machine = everything();
+    const auto name_of_first = [&](const std::string &text) {
+        const std::vector<Thing *> found = find_things(machine, text);
+        return found.size() == 1 ? found.front()->id() : std::to_string(found.size()) + " things";
+    };
+    const std::string sata = with_serial(machine, "SATA0001").front()->id();
+    const std::string mapped = output_of("dmsetup info --columns --noheadings -o blkdevname opened");
+    const std::map<std::string, std::string> texts{
+        {"SATA00", sata},
+        {"5000C50000000002", sata},
+        {"/dev/disk/by-id/wwn-0x5000c50000000002", sata},
+        {"whose name is", sata},
+        {"third part", with_serial(machine, "NUMBER1").front()->id() + "3"},
+        {"/dev/mapper/opened", mapped},
+        {"swapspace", mapped},
+        {"volume", output_of("dmsetup info --columns --noheadings -o blkdevname group-volume")},
+        {output_of("blkid -s PARTUUID -o value /dev/nvme0n1p2"), "nvme0n1p2"},
+    };
+    for (const auto &[text, id] : texts) EXPECT_EQ(name_of_first(text), id) << text;
+}
+
+} // namespace
+} // namespace inventory
