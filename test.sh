@@ -19,6 +19,6 @@ for preset in sanitizers release; do
     cmake --build --preset "$preset" -j "$jobs" -- --quiet
 done
 echo "== tests under the address and undefined-behaviour sanitizers"
-ctest --preset sanitizers -j "$jobs" --label-regex '^(unit|world|fuzz|tool)$' --progress
+ctest --preset sanitizers -j "$jobs" --label-regex '^(unit|world|inventory|fuzz|tool)$' --progress
 echo "== all tests"
 ctest --preset release -j "$jobs" "$@"

@@ -66,6 +66,9 @@ void tell_scsi_unit(Thing &thing, const Folder &unit, const Wanted &wanted) {
         if (rotation) thing.tell("rpm", *rotation, Source::kIdentity, "vpd_pgb1");
     }
     if (!wanted.any({"model", "firmware", "rpm", "serial"})) return;
+    // SAT-4, 10.3: a translation layer calls every ATA drive so. Others that have the page, as emulated disks do, fill it
+    // with what is not theirs.
+    if (unit.text("vendor").substr(0, 4) != "ATA") return;
     if (const auto identity = ata_identity_of_page(page("vpd_pg89"))) tell_ata_identity(thing, *identity);
 }
 

@@ -17,7 +17,8 @@ std::string words_of(const Trouble &trouble) {
     const std::string path = " '" + trouble.source + "'";
     const std::size_t at = words.find(path);
     if (at != std::string::npos) words.erase(at, path.size());
-    if (!words.empty()) return words;
+    const bool is_part = !trouble.what.empty() && words.find(trouble.what) == std::string::npos;
+    if (!words.empty()) return is_part ? trouble.what + ": " + words : words;
     return "cannot read " + (trouble.what.empty() ? "the device" : trouble.what);
 }
 
