@@ -43,6 +43,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     in_place = text;
     truncate_seagate_serial(in_place.data(), "SEAGATE");
     const auto stream = open_bytes(data, size);
-    for (char *line = nullptr; stream && get_line(&line, stream.get()) > 0; line = nullptr) std::free(line);
+    // At the end of the file there is an empty line to free as well.
+    for (int read = 1; stream && read > 0;) {
+        char *line = nullptr;
+        read = get_line(&line, stream.get());
+        std::free(line);
+    }
     return 0;
 }

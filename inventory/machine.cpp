@@ -98,8 +98,7 @@ void Thing::tell(std::string_view key, Value value, Source source, std::string d
 }
 
 void Thing::lacks(std::string_view key, std::string reason) {
-    std::string &known = facts_[index_of(key)].reason;
-    if (known.empty()) known = std::move(reason);
+    facts_[index_of(key)].reason = std::move(reason);
 }
 
 void Thing::forget(std::string_view key) { facts_.erase(index_of(key)); }

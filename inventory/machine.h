@@ -74,7 +74,7 @@ class Thing {
 
     // A source's word. Missing values and empty texts are no word. Texts are cleaned: padding cut off, never shortened.
     void tell(std::string_view key, Value value, Source source, std::string detail = {});
-    // Why nobody can tell this fact. The first reason stays.
+    // Why nobody can tell this fact. The last reason stays: who is asked later knows more.
     void lacks(std::string_view key, std::string reason);
     // Takes all words of a fact back.
     void forget(std::string_view key);

@@ -71,10 +71,21 @@ def tool_texts(aggregate):
     return [["TORVANE_ERROR_RAID", text] for text in texts]
 
 
+# The owner that records a failed open under the category that its constructor is given last.
+OPENER, UNOPENED = "ActiveDescriptor", "failed to open '%s'"
+
+
 def read_body(top, node):
     for cursor in top.walk_preorder():
+        if cursor.kind == CursorKind.CALL_EXPR and cursor.spelling == OPENER:
+            arguments = list(cursor.get_arguments())
+            category = category_of(arguments[-1]) if len(arguments) == 3 else None
+            if category is not None:
+                node["texts"].append([category, UNOPENED])
         if cursor.kind == CursorKind.CALL_EXPR and cursor.spelling in RECORDERS:
             category, text = recorded(cursor)
+            if category is None and text == UNOPENED:
+                continue  # the owner's own, told where it is made
             if category is None or text is None:
                 raise interface.HeaderError(f"{cursor.location}: an error without fixed category and text")
             if not text.startswith("%s"):

@@ -68,7 +68,8 @@ void tell_scsi_unit(Thing &thing, const Folder &unit, const Wanted &wanted) {
     if (!wanted.any({"model", "firmware", "rpm", "serial"})) return;
     // SAT-4, 10.3: a translation layer calls every ATA drive so. Others that have the page, as emulated disks do, fill it
     // with what is not theirs.
-    if (unit.text("vendor").substr(0, 4) != "ATA") return;
+    const std::string vendor = unit.text("vendor");
+    if (vendor != "ATA" && !vendor.starts_with("ATA ")) return;
     if (const auto identity = ata_identity_of_page(page("vpd_pg89"))) tell_ata_identity(thing, *identity);
 }
 

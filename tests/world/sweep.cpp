@@ -60,7 +60,7 @@ void *const kRemoved = &blocks;
 
 size_t first_slot(const void *block) { return (reinterpret_cast<uintptr_t>(block) >> 4) % kMostBlocks; }
 
-void note(void *block) {
+[[maybe_unused]] void note(void *block) {
     if (!sweep.counting || block == nullptr || live_blocks > kMostBlocks / 2) return;
     size_t slot = first_slot(block);
     while (blocks[slot] != nullptr && blocks[slot] != kRemoved) slot = (slot + 1) % kMostBlocks;
@@ -68,7 +68,7 @@ void note(void *block) {
     ++live_blocks;
 }
 
-void forget(const void *block) {
+[[maybe_unused]] void forget(const void *block) {
     if (!tracking || block == nullptr) return;
     for (size_t slot = first_slot(block); blocks[slot] != nullptr; slot = (slot + 1) % kMostBlocks) {
         if (blocks[slot] != block) continue;
@@ -131,32 +131,30 @@ Trial try_with(const Failure &failure, const std::function<void()> &call, const 
 
 } // namespace torvane::world
 
+// The address sanitizer has an allocator of its own, which nobody may stand before; it looks for leaks itself.
+#if !defined(__SANITIZE_ADDRESS__)
+
 using torvane::world::fails_now;
 using torvane::world::Step;
 
 extern "C" {
 
-// The allocator's own names: the address sanitizer's, or the C library's.
-#if defined(__SANITIZE_ADDRESS__)
-#define TORVANE_REAL(name) __interceptor_##name
-#else
-#define TORVANE_REAL(name) __libc_##name
-#endif
-void *TORVANE_REAL(malloc)(size_t size);
-void *TORVANE_REAL(calloc)(size_t count, size_t size);
-void *TORVANE_REAL(realloc)(void *block, size_t size);
-void TORVANE_REAL(free)(void *block);
+// The C library's own names of its allocator.
+void *__libc_malloc(size_t size);
+void *__libc_calloc(size_t count, size_t size);
+void *__libc_realloc(void *block, size_t size);
+void __libc_free(void *block);
 
 void *malloc(size_t size) noexcept {
     if (fails_now(Step::kAllocation, "allocation")) return nullptr;
-    void *block = TORVANE_REAL(malloc)(size);
+    void *block = __libc_malloc(size);
     torvane::world::note(block);
     return block;
 }
 
 void *calloc(size_t count, size_t size) noexcept {
     if (fails_now(Step::kAllocation, "allocation")) return nullptr;
-    void *block = TORVANE_REAL(calloc)(count, size);
+    void *block = __libc_calloc(count, size);
     torvane::world::note(block);
     return block;
 }
@@ -164,14 +162,16 @@ void *calloc(size_t count, size_t size) noexcept {
 void *realloc(void *block, size_t size) noexcept {
     if (fails_now(Step::kAllocation, "allocation")) return nullptr;
     torvane::world::forget(block);
-    void *grown = TORVANE_REAL(realloc)(block, size);
+    void *grown = __libc_realloc(block, size);
     torvane::world::note(grown != nullptr || size == 0 ? grown : block);
     return grown;
 }
 
 void free(void *block) noexcept {
     torvane::world::forget(block);
-    TORVANE_REAL(free)(block);
+    __libc_free(block);
 }
 
 } // extern "C"
+
+#endif
