@@ -97,9 +97,7 @@ void Thing::tell(std::string_view key, Value value, Source source, std::string d
     facts_[index_of(key)].words.push_back({std::move(value), source, std::move(detail)});
 }
 
-void Thing::lacks(std::string_view key, std::string reason) {
-    facts_[index_of(key)].reason = std::move(reason);
-}
+void Thing::lacks(std::string_view key, std::string reason) { facts_[index_of(key)].reason = std::move(reason); }
 
 void Thing::forget(std::string_view key) { facts_.erase(index_of(key)); }
 

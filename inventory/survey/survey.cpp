@@ -34,8 +34,8 @@ constexpr std::array<std::string_view, 4> kIdentity{"serial", "wwn", "paths", "d
 
 bool needs_identity(const Request &request) {
     return request.keys.empty() || std::any_of(request.keys.begin(), request.keys.end(), [](const std::string &key) {
-        return std::find(kIdentity.begin(), kIdentity.end(), key) != kIdentity.end();
-    });
+               return std::find(kIdentity.begin(), kIdentity.end(), key) != kIdentity.end();
+           });
 }
 
 // What the facts that are shown need of the kernel; the RAID makers' drives are tied by nearly everything.

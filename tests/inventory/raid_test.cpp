@@ -113,7 +113,7 @@ TEST_P(BrokenTool, CostsItsOwnControllersAlone) {
     ASSERT_NE(machine.find("c0/v1"), nullptr);
     EXPECT_EQ(machine.find("c0/e252/s0")->text("serial"), "S1");
     EXPECT_GE(essential_troubles(machine).size(), 2U); // the tool's, and the other controller's
-#if !defined(__SANITIZE_ADDRESS__) // which keeps freed memory for a while
+#if !defined(__SANITIZE_ADDRESS__)                     // which keeps freed memory for a while
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
     EXPECT_LT(usage.ru_maxrss, 300 * 1024) << "KiB";
