@@ -18,7 +18,7 @@ import jsonschema
 from prometheus_client.openmetrics import parser as openmetrics
 
 TORVANE = sys.argv[1]
-ROOT = pathlib.Path(sys.argv[2])
+ROOT = pathlib.Path(sys.argv[2]).resolve()
 COMMANDS = ["list", "show", "find", "raid", "health", "bays", "locate", "usb", "mount", "umount", "tray", "wait", "watch",
             "firmware", "diff", "check", "metrics", "help"]
 
@@ -280,6 +280,23 @@ class Raid(unittest.TestCase):
         jsonschema.validate(document, schema("raid"))
         self.assertRegex(result.stderr, r"torvane: megacli .*unexpected answer: noise")
         self.assertNotIn("arcconf", result.stderr)
+
+    def test_the_light_of_a_member_is_switched_by_the_tool_that_told_of_it(self):
+        with tempfile.TemporaryDirectory() as folder:
+            said = pathlib.Path(folder, "said")
+            answers = ROOT / "tests" / "inventory" / "surveys" / "outputs" / "sas2ircu"
+            self.tool(folder, "sas2ircu", f"""file={answers}/$(echo "$*" | tr ' ' _)
+if [ -e "$file" ]; then exec cat "$file"; fi
+echo "$*" >>{said}
+case $3 in 1:1) echo; echo 'no such drive'; exit 1;; esac
+""")
+            path = {"PATH": folder + ":" + os.environ["PATH"]}
+            for text, light, status in [("c0/e1/s0", "on", 0), ("9ZF00001", "off", 0), ("c0/e1/s1", "on", 1)]:
+                result = run("locate", text, light, env=path)
+                self.assertEqual(result.returncode, status, result.stderr)
+                self.assertEqual("no such drive" in result.stderr, status == 1)
+            self.assertEqual(said.read_text(encoding="utf-8").splitlines(),
+                             ["0 LOCATE 1:0 ON", "0 LOCATE 1:0 OFF", "0 LOCATE 1:1 ON"])
 
     def test_a_tool_that_never_ends_ends_here(self):
         before = time.monotonic()

@@ -3,6 +3,7 @@
 #include "commands/commands.h"
 #include "commands/devices.h"
 #include "commands/looks.h"
+#include "inventory/raid/locate.h"
 
 #include <algorithm>
 #include <memory>
@@ -62,13 +63,15 @@ int locate(const BayOptions &options) {
     if (thing == nullptr) return kFailed;
     const bool on = options.light == "on";
     const Thing *bay = bay_of(*thing);
-    if (bay == nullptr) {
+    const bool is_member = thing->kind() == ThingKind::kMember;
+    if (bay == nullptr && !is_member) {
         complain("'" + options.text + "' sits in no bay that the kernel knows: no enclosure tells where it is");
         return kFailed;
     }
-    const std::string trouble = inventory::set_locate(*bay, on);
+    const std::string trouble = bay != nullptr ? inventory::set_locate(*bay, on)
+                                               : inventory::set_locate_by_tool(*thing, on, to_limit(options.timeout));
     if (trouble.empty()) return kDone;
-    complain(bay->id() + ": the light cannot be switched: " + trouble);
+    complain((bay != nullptr ? bay : thing)->id() + ": the light cannot be switched: " + trouble);
     return kFailed;
 }
 
