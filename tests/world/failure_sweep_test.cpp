@@ -295,7 +295,7 @@ TEST_F(FailureSweep, OfEveryExportedOperation) {
     EXPECT_GT(points_, 5000);
 }
 
-TEST_F(FailureSweep, HasARowForEveryExportedName) {
+TEST(FailureRows, NameEveryExport) {
     std::string swept = std::string(" ") + kPlainNames + " ";
     for (const Row &row : failure_rows()) swept += std::string(row.names) + " ";
     std::ifstream map(TORVANE_SOURCE_DIRECTORY "/src/libtorvane.map");
@@ -310,7 +310,7 @@ TEST_F(FailureSweep, HasARowForEveryExportedName) {
 }
 
 // The library's calls are answered here, or cannot fail, or do so in a way that has a test of its own.
-TEST_F(FailureSweep, ReachesEveryCallOfTheLibrary) {
+TEST(FailureRows, ReachEveryCallOfTheLibrary) {
     const std::string known =
         " _ITM_deregisterTMCloneTable _ITM_registerTMCloneTable __cxa_finalize __errno_location __gmon_start__ _exit "
         "alphasort basename clearerr clock_gettime closedir getrlimit dirfd dup2 endmntent execlp exit feof ferror "
