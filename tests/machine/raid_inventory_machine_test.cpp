@@ -2,27 +2,20 @@
 // MegaCli64; its drives carry the serial numbers that the kernel's own tools show for the emulated disks.
 #include "inventory/kernel/kernel.h"
 #include "inventory/raid/raid.h"
+#include "readers.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <memory>
 #include <string>
 
 namespace {
 
 using namespace inventory;
+using truth::node_of;
 namespace fs = std::filesystem;
-
-std::string node_of(const std::string &serial) {
-    const std::unique_ptr<FILE, int (*)(FILE *)> pipe(popen(("node_of " + serial).c_str(), "r"), pclose);
-    std::string text;
-    for (int c = fgetc(pipe.get()); c != EOF && c != '\n'; c = fgetc(pipe.get())) text += static_cast<char>(c);
-    return text;
-}
 
 // "0000:00:05.0"
 std::string adapter() {

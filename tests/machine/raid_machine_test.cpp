@@ -1,16 +1,15 @@
 // Runs in the machine `raid`: real adapter, driver, lspci and /sys; only megacli is made up, from what the kernel's
 // own tools show there.
+#include "readers.h"
 #include "torvane.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <memory>
 #include <set>
 #include <sstream>
 #include <string>
@@ -18,18 +17,13 @@
 
 namespace {
 
-std::string output_of(const std::string &command) {
-    const std::unique_ptr<FILE, int (*)(FILE *)> pipe(popen(command.c_str(), "r"), pclose);
-    std::string text;
-    for (int c = fgetc(pipe.get()); c != EOF; c = fgetc(pipe.get())) text += static_cast<char>(c);
-    return text;
-}
+using truth::node_of;
+using truth::output_of;
 
 struct Unit {
     unsigned channel = 0;
     unsigned target = 0;
     std::string node;
-    std::string generic;
 };
 
 std::vector<Unit> scsi_units() {
@@ -39,25 +33,14 @@ std::vector<Unit> scsi_units() {
         Unit unit;
         if (std::sscanf(line.c_str(), "[%*u:%u:%u:", &unit.channel, &unit.target) != 2) continue;
         std::istringstream words(line);
-        for (std::string word; words >> word; unit.generic = word) unit.node = unit.generic;
+        std::string generic;
+        for (std::string word; words >> word; generic = word) unit.node = generic;
         units.push_back(unit);
     }
     return units;
 }
 
-std::string node_of(const std::string &serial) {
-    std::string node = output_of("node_of " + serial);
-    while (!node.empty() && node.back() == '\n') node.pop_back();
-    return node;
-}
-
-std::string generic_of(const std::string &serial) {
-    const std::string node = node_of(serial);
-    for (const Unit &unit : scsi_units()) {
-        if (unit.node == node) return unit.generic;
-    }
-    return "no generic node of " + serial;
-}
+std::string generic_of(const std::string &serial) { return truth::generic_of(node_of(serial)); }
 
 std::string logical(unsigned target, const std::string &name) {
     const std::string number = std::to_string(target);

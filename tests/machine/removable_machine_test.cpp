@@ -1,5 +1,6 @@
 // USB mass storage of an emulated machine: what the library says and does, seen with the kernel's own tools.
 // Runs in the machine `usb`.
+#include "readers.h"
 #include "torvane.h"
 
 #include <gtest/gtest.h>
@@ -8,10 +9,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <memory>
 #include <set>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -19,41 +18,13 @@
 namespace {
 
 namespace fs = std::filesystem;
+using namespace truth;
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
 constexpr const char *kPlugIn =
     "monitor device_add usb-storage,id=spare_stick,drive=spare,bus=xhci.0,removable=on,serial=SPARE0001";
 constexpr const char *kPullOut = "monitor device_del spare_stick";
-
-// What a command prints, without the last newline.
-std::string output_of(const std::string &command) {
-    std::string text;
-    std::unique_ptr<FILE, int (*)(FILE *)> pipe(popen((command + " 2>/dev/null").c_str(), "r"), pclose);
-    for (int c = fgetc(pipe.get()); c != EOF; c = fgetc(pipe.get())) text.push_back(static_cast<char>(c));
-    if (text.ends_with('\n')) text.pop_back();
-    return text;
-}
-
-std::string read_file(const std::string &path) {
-    std::ostringstream text;
-    text << std::ifstream(path).rdbuf();
-    return text.str();
-}
-
-std::string node_of(const std::string &serial) { return output_of("node_of " + serial); }
-std::string name_of(const std::string &serial) {
-    const std::string node = node_of(serial);
-    return node.substr(node.rfind('/') + 1);
-}
-
-bool holds_soon(const std::function<bool()> &test) {
-    for (const auto end = Clock::now() + 30s; !test();) {
-        if (Clock::now() > end) return false;
-        std::this_thread::sleep_for(20ms);
-    }
-    return true;
-}
 
 std::set<std::string> open_descriptors() {
     std::set<std::string> open;
@@ -200,7 +171,7 @@ TEST_F(RemovableMachine, NodesGoAndComeWithTheKernelsNumbers) {
     for (const std::string partition : {"", "1", "2"}) {
         EXPECT_EQ(output_of("printf '%d:%d ' 0x$(stat -c %t " + node + partition + ") 0x$(stat -c %T " + node +
                             partition + "); stat -c '%F %a' " + node + partition),
-                  read_file("/sys/class/block/" + name + partition + "/dev").substr(0, 4) + " block special file 0");
+                  content_of("/sys/class/block/" + name + partition + "/dev").substr(0, 4) + " block special file 0");
     }
     EXPECT_EQ(remove_device_nodes("PARTED0001"), 0);
     EXPECT_EQ(unbind_from_driver("PARTED0001"), 0);
@@ -215,7 +186,7 @@ TEST_F(RemovableMachine, MountsShowTheFilesReadOnlyAndGoWithoutATrace) {
     const std::string bare = directory;
     free(directory);
     const std::string mount_point = bare + "/" + name_of("BARE0001") + "_mount";
-    EXPECT_EQ(read_file(mount_point + "/torvane.txt"), "a known file\n");
+    EXPECT_EQ(content_of(mount_point + "/torvane.txt"), "a known file");
     const std::string options = "," + output_of("findmnt -no OPTIONS " + mount_point) + ",";
     for (const char *option : {",ro,", ",nosuid,"}) EXPECT_NE(options.find(option), std::string::npos) << options;
     {
@@ -228,8 +199,8 @@ TEST_F(RemovableMachine, MountsShowTheFilesReadOnlyAndGoWithoutATrace) {
 
     ASSERT_EQ(create_and_mount_in_temp_dir("PARTED", &directory), 0) << get_error_str(TORVANE_ERROR_MOUNT);
     const std::string parted = std::string(directory) + "/" + name_of("PARTED0001");
-    EXPECT_EQ(read_file(parted + "1_mount/torvane.txt"), "a file on FAT\n");
-    EXPECT_EQ(read_file(parted + "2_mount/torvane.txt"), "a file on ext4\n");
+    EXPECT_EQ(content_of(parted + "1_mount/torvane.txt"), "a file on FAT");
+    EXPECT_EQ(content_of(parted + "2_mount/torvane.txt"), "a file on ext4");
     EXPECT_FALSE(fs::exists(parted + "_mount"));
     EXPECT_EQ(remove_and_umount_in_temp_dir(directory), 0) << get_error_str(TORVANE_ERROR_MOUNT);
     free(directory);
