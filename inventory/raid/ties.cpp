@@ -271,6 +271,11 @@ class Ties {
             thing.tell("name", generic == nullptr ? thing.id() : generic->node, Source::kDerived);
             thing.tell("match", std::string(generic == nullptr ? "none" : "serial"), Source::kDerived);
         }
+        for (Thing *thing : tied.things.drives) {
+            const std::vector<Thing *> logical = thing->related(RelationKind::kMemberOf);
+            if (logical.empty()) continue;
+            thing->tell("raid_device", logical.front()->text("name"), Source::kTool, tied.found.controller.tool);
+        }
     }
 
     // A SCSI generic node alone leads to a drive that the controller keeps to itself.

@@ -126,13 +126,15 @@ Things by_beginning(Machine &machine, const std::string &text) {
 }
 
 Things by_model(Machine &machine, const std::string &text) {
+    constexpr std::size_t kTelling = 3; // a letter or two stand in many models
     const auto is_of = [&](bool whole) {
         return those(machine, [&](const Thing &thing) {
             const std::string model = bare(thing.text("model"));
             const std::string both = bare(thing.text("vendor")) + model;
             const std::string wanted = bare(text);
             if (model.empty() || wanted.empty()) return false;
-            return whole ? model == wanted || both == wanted : both.find(wanted) != std::string::npos;
+            if (whole) return model == wanted || both == wanted;
+            return wanted.size() >= kTelling && both.find(wanted) != std::string::npos;
         });
     };
     Things found = is_of(true);
@@ -167,7 +169,7 @@ Things without_doubles(const Things &things) {
 }
 
 // A bay's name means the drive in it.
-Things drives_in_bays(Things things) {
+Things drives_in_bays(const Things &things) {
     Things found;
     for (Thing *thing : things) {
         const Things inside = thing->kind() == ThingKind::kBay ? thing->related_to(RelationKind::kInBay) : Things();

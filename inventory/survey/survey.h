@@ -11,7 +11,7 @@
 namespace inventory {
 
 struct Request {
-    bool all = false;              // idle loop, zram and ram devices too
+    bool all = false;              // loop, zram, ram and nbd devices that hold something too
     bool ask_drives = false;       // open the drives and ask them
     bool defects = false;          // their defect lists too
     bool state = false;            // makers' own commands too

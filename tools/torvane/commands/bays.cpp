@@ -32,10 +32,13 @@ int list(const BayOptions &options) {
     }
     const Listing listing(
         options.output, {"bays", kBayKinds, {"NAME", "TYPE", "ENCLOSURE", "BAY", "LOCATE", "MODEL", "SERIAL", "SIZE"}});
-    const inventory::Machine machine = inventory::survey({});
+    inventory::Machine machine = inventory::survey({});
+    const bool wants_lights =
+        listing.asks([](const Column &column) { return column.key == std::string_view("locate_led"); });
     std::vector<Node> nodes;
-    for (const Thing &thing : machine.things()) {
+    for (Thing &thing : machine.things()) {
         if (thing.kind() != ThingKind::kBay) continue;
+        if (wants_lights) inventory::read_light(thing);
         Node node{&thing, 0, false, {{"drives", {}}}};
         for (const Thing *drive : thing.related_to(RelationKind::kInBay)) {
             node.branches.front().nodes.push_back({drive, 0, false, {}});

@@ -2,6 +2,8 @@
 
 #include <torvane.h>
 
+#include <unistd.h>
+
 #include <string_view>
 
 namespace tool {
@@ -13,6 +15,8 @@ std::string words_about(std::initializer_list<std::uint32_t> categories, const c
     }
     return otherwise;
 }
+
+std::string remedy_without_root() { return geteuid() == 0 ? "" : "this needs root: try again with sudo"; }
 
 std::string error_of(const Ended &ended) {
     if (!is_done(ended)) return ended.words;

@@ -86,7 +86,7 @@ std::string about_extras(const CLI::App &tool, const std::vector<std::string> &w
     const CLI::App &command = innermost(tool);
     if (&command == &tool) {
         const std::string &word = words.front();
-        return "unknown command '" + word + "'" + did_you_mean(word, names_of_commands(tool));
+        return "unknown command or device '" + word + "'" + did_you_mean(word, names_of_commands(tool));
     }
     const std::vector<std::string> left = tool.remaining(true);
     const std::string unknown = left.empty() ? words.back() : left.front();
@@ -100,6 +100,8 @@ std::string about_extras(const CLI::App &tool, const std::vector<std::string> &w
 
 constexpr const char *kFooter = "Exit codes: 0 done, 1 failed, 2 wrong usage, 64 done in part.\n"
                                 "'torvane help COMMAND' tells more; so does 'man torvane'.";
+
+constexpr std::size_t kLongestName = 8; // of a command: "firmware"
 
 // Help in the shape that people know from other tools of the trade.
 class HelpFormatter : public CLI::Formatter {
@@ -117,7 +119,13 @@ class HelpFormatter : public CLI::Formatter {
             const std::string shown = option->get_name(true) + (many ? "..." : "");
             usage += option->get_required() ? " " + shown : " [" + shown + "]";
         }
-        return usage + " [OPTION...]\n";
+        return usage + (names_of_commands(*app).empty() ? "" : " [COMMAND]") + " [OPTION...]\n";
+    }
+
+    // Beside the names, which are short, a sentence has room on a line of 80 characters.
+    std::string make_subcommand(const CLI::App *command) const override {
+        const std::string name = "  " + command->get_name() + std::string(kLongestName, ' ');
+        return name.substr(0, kLongestName + 4) + command->get_description() + "\n";
     }
 
     std::string make_option_name(const CLI::Option *option, bool is_positional) const override {

@@ -108,6 +108,7 @@ Found look_up(const std::string &text, std::chrono::milliseconds limit, bool (*f
         found.machine = inventory::survey(request);
         found.troubles = all_troubles(found.machine);
         found.things = inventory::find_things(found.machine, text);
+        if (found.other.empty() && !found.things.empty()) found.other = found.things.front()->id();
         if (fits != nullptr) std::erase_if(found.things, [fits](const Thing *thing) { return !fits(*thing); });
         if (!found.things.empty()) break;
     }
@@ -120,12 +121,16 @@ Thing *only_one(const Found &found, const std::string &text, const char *wanted)
         tell_candidates(text, found.things);
         return nullptr;
     }
+    const std::string what = wanted != nullptr ? wanted : "a drive";
+    if (!found.other.empty()) {
+        complain((found.other == text ? text : "'" + text + "' is " + found.other + ", which") + " is not " + what);
+        return nullptr;
+    }
     tell(found.troubles);
     if (text.starts_with('/') || names_a_file(text)) {
-        if (found.troubles.empty()) complain(device_path(text) + " is not " + (wanted ? wanted : "a drive"));
+        if (found.troubles.empty()) complain(device_path(text) + " is not " + what);
     } else {
-        complain("'" + text + "': no device of this name, and no serial number, WWN, label, UUID or bay that fits" +
-                 (wanted ? std::string(" ") + wanted : ""));
+        complain("'" + text + "': nothing here has this name, serial number, WWN, label, UUID or bay");
     }
     return nullptr;
 }

@@ -21,6 +21,7 @@ bool names_a_file(const std::string &text);
 struct Found {
     inventory::Machine machine;
     std::vector<inventory::Thing *> things;
+    std::string other; // what it does name, where that is not what is wanted
     Troubles troubles; // why nothing was found where more might have been
 };
 

@@ -2,6 +2,7 @@
 #include "commands/commands.h"
 #include "commands/devices.h"
 #include "commands/looks.h"
+#include "commands/trees.h"
 #include "output/text.h"
 
 #include <memory>
@@ -19,12 +20,10 @@ struct FindOptions {
 
 constexpr unsigned kAnything = ~0U;
 
-std::string joined(const Thing &thing, std::initializer_list<const char *> keys) {
+std::string joined(const Thing &thing, const Style &style, std::initializer_list<const char *> keys) {
     std::string text;
-    Style whole;
-    whole.paths = true;
     for (const char *key : keys) {
-        const std::string part = to_text(*inventory::find_fact(key), thing.value(key), whole);
+        const std::string part = to_text(*inventory::find_fact(key), thing.value(key), style);
         if (!part.empty()) text += (text.empty() ? "" : "  ") + part;
     }
     return text;
@@ -49,22 +48,23 @@ void print_line(const char *label, const std::string &text) {
     if (!text.empty()) std::printf("  %-8s %s\n", label, printable(text).c_str());
 }
 
-void print_thing(const Thing &thing) {
-    const std::string name = thing.text("name");
-    std::printf("%s  %s\n", printable(short_name(name.empty() ? thing.id() : name)).c_str(),
-                printable(joined(thing, {"type", "model", "size"})).c_str());
+void print_thing(const Thing &thing, Style style) {
+    const std::string name = thing.text("name").empty() ? thing.id() : thing.text("name");
+    std::printf("%s  %s\n", printable(style.paths ? name : short_name(name)).c_str(),
+                printable(joined(thing, style, {"type", "model", "size"})).c_str());
+    style.paths = true;
     print_line("serial", thing.text("serial"));
     print_line("WWN", thing.text("wwn"));
     print_line("where", place_of(thing));
-    print_line("state", joined(thing, {"state", "device_state"}));
-    print_line("names", joined(thing, {"path", "generic", "dm_name"}));
+    print_line("state", joined(thing, style, {"state", "device_state"}));
+    print_line("names", joined(thing, style, {"path", "generic", "dm_name"}));
     for (const char *links : {"by_id", "by_path"}) {
         const auto *words = std::get_if<std::vector<std::string>>(&thing.value(links));
         if (words == nullptr) continue;
         for (const std::string &link : *words) print_line("", link);
     }
-    print_line("used by", joined(thing, {"used_by"}));
-    print_line("paths", joined(thing, {"paths"}));
+    print_line("used by", joined(thing, style, {"used_by"}));
+    print_line("paths", joined(thing, style, {"paths"}));
     print_line("verdict", thing.text("verdict"));
 }
 
@@ -83,16 +83,19 @@ int run(const FindOptions &options) {
         only_one(found, options.text);
         return kFailed;
     }
-    const bool is_plain = options.output.style().format == Format::kTable && options.output.columns.empty() &&
-                          !options.output.all_columns;
     std::vector<Node> nodes;
-    for (const Thing *thing : found.things) nodes.push_back({thing, kAnything, false, {}});
-    if (is_plain) {
-        for (const Thing *thing : found.things) print_thing(*thing);
-    } else {
-        listing.print(nodes, stdout);
+    std::vector<std::string> ids;
+    for (const Thing *thing : found.things) {
+        ids.push_back(thing->id());
+        const bool has_tree = options.output.wants_tree();
+        nodes.push_back(has_tree ? list_node(*thing, true, true) : Node{thing, kAnything, false, {}});
     }
-    tell_duplicates(found.machine);
+    if (options.output.json || options.output.asks_for_rows()) {
+        listing.print(nodes, stdout);
+    } else {
+        for (const Thing *thing : found.things) print_thing(*thing, options.output.style());
+    }
+    if (!ids.empty()) tell_duplicates(found.machine, ids);
     return found.things.empty() ? kFailed : kDone;
 }
 

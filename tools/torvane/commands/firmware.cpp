@@ -28,6 +28,7 @@ struct FirmwareOptions {
 };
 
 Wire read_image(const std::string &path) {
+    if (access(path.c_str(), R_OK) != 0) return {{"error", std::strerror(errno)}};
     DeviceState state{-1, -1, nullptr};
     const int result = get_device_state_full(-1, path.c_str(), &state);
     const std::unique_ptr<unsigned char, decltype(&std::free)> image(state.firmware_image, &std::free);
@@ -71,9 +72,13 @@ int run(const FirmwareOptions &options) {
     const inventory::Thing *drive = only_one(found, options.device);
     if (drive == nullptr) return kFailed;
     const std::string path = drive->text("path");
+    if (path.empty()) {
+        complain("'" + options.device + "' has no node in /dev to be asked by");
+        return kFailed;
+    }
     const Ended ended = read_with_progress(options, path);
     if (const std::string words = error_of(ended); !words.empty()) {
-        complain(path + ": " + words);
+        tell({{path, {}, words, {}, true}});
         return kFailed;
     }
     const Wire::binary_t &image = ended.result.at("image").get_binary();

@@ -4,6 +4,9 @@
 #include "commands/looks.h"
 #include "commands/trees.h"
 
+#include <unistd.h>
+
+#include <algorithm>
 #include <memory>
 
 namespace tool {
@@ -83,6 +86,27 @@ void mark_members(Machine &machine) {
     }
 }
 
+bool has_failed(const Thing &thing) {
+    return std::any_of(thing.troubles.begin(), thing.troubles.end(), [](const Trouble &t) { return t.essential; });
+}
+
+// Who asked for a column that costs commands is told why it is empty; who asked for all columns is not.
+Troubles empty_cells(const Machine &machine, const Listing &listing, const ListOptions &options) {
+    Troubles troubles;
+    if (options.output.all_columns || options.output.is_json()) return troubles;
+    for (const Column *column : listing.columns()) {
+        for (const Thing &thing : machine.things()) {
+            const bool is_shown = !thing.text("path").empty() && listing.keeps(thing);
+            if (!is_costly(*column) || !is_shown || thing.kind() != ThingKind::kDrive) continue;
+            const Cell cell = cell_of(thing, *column);
+            if (inventory::is_missing(cell.value) && !cell.reason.empty() && !has_failed(thing)) {
+                troubles.push_back({thing.text("path"), column->heading, cell.reason, {}, false});
+            }
+        }
+    }
+    return troubles;
+}
+
 int run(const ListOptions &options) {
     if (options.output.list_columns) {
         print_columns(options.output, kListedKinds, stdout);
@@ -114,9 +138,13 @@ int run(const ListOptions &options) {
     const bool any = !nodes.empty();
     const bool shown = listing.print(std::move(nodes), stdout);
     for (Trouble &trouble : told_troubles(machine, names)) troubles.push_back(std::move(trouble));
+    // Without root one line says it for all.
+    if (geteuid() == 0) {
+        for (Trouble &trouble : empty_cells(machine, listing, options)) troubles.push_back(std::move(trouble));
+    }
     tell(troubles);
     tell_duplicates(machine);
-    if (!any && troubles.empty() && !options.output.is_json()) complain("no drives found");
+    if (!any && exit_code(troubles, false) == kDone && !options.output.is_json()) complain("no drives found");
     return exit_code(troubles, shown || any);
 }
 
@@ -128,7 +156,7 @@ void add_list_command(const Command &tool) {
         .arguments("DEVICE", options->devices, "only these devices: sda, /dev/sda, ...")
         .listing(options->output)
         .flag("-d,--nodeps", options->no_partitions, "leave out partitions")
-        .flag("-a,--all", options->all, "idle loop, zram and ram devices too")
+        .flag("-a,--all", options->all, "loop, zram, ram and nbd devices in use too")
         .flag("--defects", options->defects, "read the defect lists")
         .flag("--state", options->state, "read the permission level of known makers")
         .flag("--raid", options->raid, "show the member drives of RAID controllers too")

@@ -65,14 +65,16 @@ Troubles raid_troubles(const inventory::Machine &machine) {
     return troubles;
 }
 
-void tell_duplicates(const inventory::Machine &machine) {
+void tell_duplicates(const inventory::Machine &machine, const std::vector<std::string> &ids) {
     std::map<std::string, std::set<std::string>> names;
     for (const Thing &thing : machine.things()) {
         if (thing.flag("duplicate_serial")) names[thing.text("serial")].insert(thing.id());
     }
-    for (const auto &[serial, ids] : names) {
+    for (const auto &[serial, same] : names) {
+        const auto is_told = [&same = same](const std::string &id) { return same.contains(id); };
+        if (!ids.empty() && std::none_of(ids.begin(), ids.end(), is_told)) continue;
         std::string list;
-        for (const std::string &id : ids) list += (list.empty() ? "" : ", ") + id;
+        for (const std::string &id : same) list += (list.empty() ? "" : ", ") + id;
         complain("different drives have the serial number " + serial + ": " + list);
     }
 }

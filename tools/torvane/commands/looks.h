@@ -19,7 +19,7 @@ Troubles told_troubles(const inventory::Machine &machine, const std::vector<std:
 // Of RAID controllers, arrays and their drives alone, and of whole sources.
 Troubles raid_troubles(const inventory::Machine &machine);
 
-// A line on standard error for every serial number that several drives have.
-void tell_duplicates(const inventory::Machine &machine);
+// A line on standard error for every serial number that several drives have; with names, only for theirs.
+void tell_duplicates(const inventory::Machine &machine, const std::vector<std::string> &ids = {});
 
 } // namespace tool

@@ -55,7 +55,7 @@ void add_numbers(Metrics &metrics, const Machine &machine, const char *name, con
     });
 }
 
-void add_drives(Metrics &metrics, const Machine &machine) {
+void add_drives(Metrics &metrics, const Machine &machine, bool defects) {
     metrics.family("torvane_drive", "info", "What each drive is and where it sits.");
     for_each(machine, kDrives, [&](const Thing &thing) {
         Labels labels = labels_of(thing);
@@ -65,9 +65,12 @@ void add_drives(Metrics &metrics, const Machine &machine) {
         metrics.info(labels);
     });
     add_numbers(metrics, machine, "torvane_drive_size_bytes", "size", "Size of the drive.", "bytes");
-    add_numbers(metrics, machine, "torvane_drive_manufacturer_defects", "manufacturer_defects",
-                "Entries of the manufacturer's defect list.");
-    add_numbers(metrics, machine, "torvane_drive_grown_defects", "grown_defects", "Entries of the grown defect list.");
+    if (defects) {
+        add_numbers(metrics, machine, "torvane_drive_manufacturer_defects", "manufacturer_defects",
+                    "Entries of the manufacturer's defect list.");
+        add_numbers(metrics, machine, "torvane_drive_grown_defects", "grown_defects",
+                    "Entries of the grown defect list.");
+    }
     add_numbers(metrics, machine, "torvane_drive_media_errors", "media_errors",
                 "Errors of the medium, as a RAID tool tells.");
     metrics.family("torvane_drive_unanswered", "gauge", "1 when something of the drive could not be read.");
@@ -113,7 +116,7 @@ int run(const MetricsOptions &options) {
     request.limit = to_limit(options.timeout);
     const Machine machine = inventory::survey(request);
     Metrics metrics;
-    add_drives(metrics, machine);
+    add_drives(metrics, machine, options.defects);
     add_arrays(metrics, machine);
     metrics.family("torvane_scan_seconds", "gauge", "Time that reading all of this took.", "seconds");
     const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;

@@ -10,11 +10,15 @@
 
 #include <torvane.h>
 
+#include <algorithm>
+#include <filesystem>
 #include <memory>
+#include <set>
 
 namespace tool {
 namespace {
 
+namespace fs = std::filesystem;
 using inventory::RelationKind;
 using inventory::Thing;
 
@@ -59,7 +63,7 @@ std::string contents_of(const UsbChoice &choice) {
 }
 
 int failed(const std::string &target, const std::string &words) {
-    complain(target + ": " + words);
+    tell({{target, {}, words, remedy_without_root(), true}});
     return kFailed;
 }
 
@@ -69,7 +73,7 @@ int mount(const MountOptions &options) {
     if (!choose_usb(options.target, limit, choice)) return kFailed;
     const Ended ended = run_isolated([&choice] { return mount_in_child(choice.serial); }, limit);
     const std::string words = error_of(ended);
-    if (!words.empty()) return failed(options.target, words + " (" + contents_of(choice) + ")");
+    if (!words.empty()) return failed(options.target, contents_of(choice) + " (" + words + ")");
     const auto directory = ended.result.at("directory").get<std::string>();
     if (options.json) {
         print_json({{"schema_version", kSchemaVersion}, {"directory", directory}}, stdout);
@@ -79,15 +83,43 @@ int mount(const MountOptions &options) {
     return kDone;
 }
 
-int umount(const MountOptions &options) {
+int end_in_child(const std::string &directory, std::chrono::milliseconds limit) {
     const Ended ended = run_isolated(
-        [&options]() -> Wire {
-            const std::string trouble = end_mounts(options.target);
+        [&directory]() -> Wire {
+            const std::string trouble = end_mounts(directory);
             return trouble.empty() ? Wire(nullptr) : Wire{{"error", trouble}};
         },
-        to_limit(options.timeout));
+        limit);
     const std::string words = error_of(ended);
-    return words.empty() ? static_cast<int>(kDone) : failed(options.target, words);
+    return words.empty() ? static_cast<int>(kDone) : failed(directory, words);
+}
+
+void add_directories(const Thing &thing, std::set<std::string> &directories) {
+    const auto *points = std::get_if<std::vector<std::string>>(&thing.value("mount_points"));
+    if (points == nullptr) return;
+    for (const std::string &point : *points) {
+        const std::string directory = point.substr(0, point.find_last_of('/'));
+        if (is_made_by_mount(directory)) directories.insert(directory);
+    }
+}
+
+int umount(const MountOptions &options) {
+    const auto limit = to_limit(options.timeout);
+    std::error_code none;
+    if (options.target.find('/') != std::string::npos && !fs::is_block_file(options.target, none)) {
+        return end_in_child(options.target, limit);
+    }
+    UsbChoice choice;
+    if (!choose_usb(options.target, limit, choice)) return kFailed;
+    std::set<std::string> directories;
+    for (const Thing *device : choice.devices) {
+        add_directories(*device, directories);
+        for (const Thing *part : device->related_to(RelationKind::kPartOf)) add_directories(*part, directories);
+    }
+    if (directories.empty()) return failed(options.target, "not mounted by 'torvane mount'");
+    int status = kDone;
+    for (const std::string &directory : directories) status = std::max(status, end_in_child(directory, limit));
+    return status;
 }
 
 } // namespace
@@ -100,7 +132,7 @@ void add_mount_commands(const Command &tool) {
         .json(options->json)
         .timeout(options->timeout);
     tool.add("umount", "Unmount what 'mount' mounted and remove its directory.", [options] { return umount(*options); })
-        .argument("DIRECTORY", options->target, "the directory that 'mount' printed")
+        .argument("DIRECTORY|SERIAL", options->target, "what 'mount' printed, or what it mounted")
         .timeout(options->timeout);
 }
 

@@ -131,6 +131,10 @@ int harden(const char *path) {
 
 } // namespace
 
+bool is_made_by_mount(const std::string &directory) {
+    return is_made_name(directory.substr(directory.find_last_of('/') + 1));
+}
+
 std::string harden_mounts(const std::string &directory) {
     const MountDirectory opened(directory);
     return opened.trouble().empty() ? opened.for_mount_points(harden) : opened.trouble();
@@ -138,7 +142,7 @@ std::string harden_mounts(const std::string &directory) {
 
 std::string end_mounts(const std::string &directory) {
     const std::string path = std::filesystem::path(directory + "/").parent_path().lexically_normal();
-    if (!is_made_name(path.substr(path.find_last_of('/') + 1))) return "not made by 'torvane mount'";
+    if (!is_made_by_mount(path)) return "not made by 'torvane mount'";
     const MountDirectory opened(path);
     std::string trouble = opened.trouble();
     if (trouble.empty()) trouble = opened.for_mount_points(unmount);

@@ -3,6 +3,7 @@
 #include "commands/devices.h"
 #include "commands/looks.h"
 #include "commands/trees.h"
+#include "inventory/bays/bays.h"
 #include "output/text.h"
 
 #include <nlohmann/json.hpp>
@@ -26,7 +27,7 @@ struct ShowOptions {
 };
 
 constexpr unsigned kAnything = ~0U;
-constexpr int kLabelWidth = 20;
+constexpr int kLabelWidth = 25; // of the longest label, "Manufacturer defect bytes"
 
 void print_line(std::string_view label, std::string_view text) {
     std::printf("  %-*s %s\n", kLabelWidth, std::string(label).c_str(), printable(text).c_str());
@@ -34,7 +35,9 @@ void print_line(std::string_view label, std::string_view text) {
 
 // "Physical sector" of physical_sector; what people know by its letters keeps them.
 std::string label_of(const Column &column) {
-    constexpr std::array<std::string_view, 7> kLetters{"wwn", "rpm", "hctl", "uuid", "pci", "pt_uuid", "part_uuid"};
+    constexpr std::array<std::string_view, 17> kLetters{
+        "wwn",     "rpm",      "hctl",    "uuid",      "pci",        "pt_uuid", "part_uuid", "maj_min", "tran",
+        "fs_type", "fs_label", "pt_type", "part_type", "part_label", "by_id",   "by_path",   "diskseq"};
     std::string label = column.key;
     if (std::find(kLetters.begin(), kLetters.end(), label) != kLetters.end()) return column.heading;
     std::replace(label.begin(), label.end(), '_', ' ');
@@ -67,18 +70,27 @@ void print_fact(const Column &column, const Fact &fact) {
     for (const Word &word : fact.words) print_line("", "  " + with_unit(column, word.value) + ": " + source_of(word));
 }
 
+// Of a device that failed as a whole, each fact would give the same reason.
+bool is_told_of_the_whole(const Thing &thing, const std::string &reason) {
+    return std::any_of(thing.troubles.begin(), thing.troubles.end(), [&reason](const inventory::Trouble &trouble) {
+        return trouble.essential && trouble.words.ends_with(reason);
+    });
+}
+
 void print_reasons(const Thing &thing, const Columns &columns) {
     bool any = false;
     for (const Column *column : columns) {
-        const Cell cell = cell_of(thing, *column);
-        if (!inventory::is_missing(cell.value) || cell.reason.empty()) continue;
+        const Fact *fact = thing.fact(column->key);
+        if (fact == nullptr || !inventory::is_missing(fact->value()) || fact->reason.empty()) continue;
+        if (is_told_of_the_whole(thing, fact->reason)) continue;
         if (!std::exchange(any, true)) std::printf("\nNot told:\n");
-        print_line(label_of(*column), cell.reason);
+        print_line(label_of(*column), fact->reason);
     }
     for (const inventory::Trouble &trouble : thing.troubles) {
         if (!trouble.essential) continue;
         if (!std::exchange(any, true)) std::printf("\nNot told:\n");
-        print_line(trouble.what.empty() ? "device" : trouble.what, trouble.words);
+        const bool is_whole = trouble.what.empty() || trouble.what == "device";
+        print_line(is_whole ? "The drive itself" : trouble.what, trouble.words);
     }
 }
 
@@ -154,6 +166,7 @@ Found asked(Found found, const ShowOptions &options) {
     request.only = {thing.id()};
     request.limit = to_limit(options.timeout);
     const bool is_of_kernel = !thing.text("path").empty() && thing.kind() != ThingKind::kMember;
+    if (thing.kind() == ThingKind::kBay) inventory::read_light(thing);
     if (!is_of_kernel) return found;
     const std::string id = thing.id();
     found.machine = inventory::survey(request);
@@ -162,14 +175,27 @@ Found asked(Found found, const ShowOptions &options) {
     return found;
 }
 
+void print(const Thing &thing, const ListingOptions &options, const Listing &listing) {
+    if (options.json) {
+        const bool has_columns = !options.columns.empty();
+        print_json(document_of(thing, has_columns ? listing.columns() : columns_of(kAnything), options.style()),
+                   stdout);
+    } else if (options.asks_for_rows()) {
+        listing.print({options.wants_tree() ? list_node(thing, true, true) : Node{&thing, kAnything, false, {}}},
+                      stdout);
+    } else {
+        print_thing(thing, columns_of(inventory::bit(thing.kind())));
+    }
+}
+
 int run(const ShowOptions &options) {
     if (options.output.list_columns) {
         print_columns(options.output, kAnything, stdout);
         return kDone;
     }
     if (options.target.empty()) throw WrongUsage("DEVICE|SERIAL is missing");
-    ColumnChoice choice{options.output.columns, options.output.columns.empty(), kAnything, {}};
-    const Columns chosen = choose_columns(choice);
+    const Listing listing(options.output,
+                          {"drives", kAnything, {"NAME", "TYPE", "MODEL", "SERIAL", "SIZE", "TRAN", "USED-BY"}});
     Found found = look_up(options.target, to_limit(options.timeout));
     if (only_one(found, options.target) == nullptr) return kFailed;
     found = asked(std::move(found), options);
@@ -178,20 +204,14 @@ int run(const ShowOptions &options) {
         return kFailed;
     }
     const Thing &thing = *found.things.front();
-    const Style style = options.output.style();
-    if (style.format == Format::kJson) {
-        print_json(document_of(thing, chosen, style), stdout);
-    } else if (style.format == Format::kTable && options.output.columns.empty()) {
-        Columns own = chosen;
-        std::erase_if(own, [&](const Column *column) { return (column->of & inventory::bit(thing.kind())) == 0; });
-        print_thing(thing, own);
-    } else {
-        ListingOptions flat = options.output;
-        Listing(flat, {"drives", kAnything, {}}, chosen).print({{&thing, kAnything, false, {}}}, stdout);
+    if (!listing.keeps(thing)) {
+        complain("'" + options.target + "' is " + thing.id() + ", which the filter does not fit");
+        return kFailed;
     }
+    print(thing, options.output, listing);
     const Troubles troubles = told_troubles(found.machine, {thing.id()});
     tell(troubles);
-    tell_duplicates(found.machine);
+    tell_duplicates(found.machine, {thing.id()});
     return exit_code(troubles, true);
 }
 

@@ -46,12 +46,14 @@ int tray(const TrayOptions &options) {
     const bool is_mounted = mounts != nullptr && !mounts->empty();
     const Ended ended = run_isolated([&path] { return read_tray(path); }, to_limit(options.timeout));
     const std::string words = error_of(ended);
-    if (!words.empty()) {
-        complain(path + ": " + words + (is_mounted ? " (its disc is mounted on " + mounts->front() + ")" : ""));
+    // A drive whose disc is mounted cannot be asked, since it must be had alone for that; but then its tray is locked.
+    const bool is_known = words.empty() || (is_mounted && is_done(ended) && access(path.c_str(), R_OK) == 0);
+    if (!is_known) {
+        tell({{path, {}, words, {}, true}});
         return kFailed;
     }
-    const bool is_open = ended.result.at("tray_open").get<bool>();
-    const bool has_disc = ended.result.at("has_disc").get<bool>();
+    const bool is_open = words.empty() && ended.result.at("tray_open").get<bool>();
+    const bool has_disc = !words.empty() || ended.result.at("has_disc").get<bool>();
     if (options.json) {
         print_json(
             {{"schema_version", kSchemaVersion}, {"device", path}, {"tray_open", is_open}, {"has_disc", has_disc}},
@@ -69,7 +71,7 @@ int tray(const TrayOptions &options) {
 void add_tray_command(const Command &tool) {
     const auto options = std::make_shared<TrayOptions>();
     tool.add("tray", "Tell whether an optical drive is open and holds a disc.", [options] { return tray(*options); })
-        .argument("DEVICE", options->target, "an optical drive: sr0, /dev/sr0, its serial number ...")
+        .argument("DEVICE", options->target, "an optical drive: sr0, its serial number ...")
         .json(options->json)
         .timeout(options->timeout);
 }

@@ -103,7 +103,7 @@ int change(const UsbOptions &options, const std::function<int()> &action, const 
         to_limit(options.timeout));
     const std::string words = error_of(ended);
     if (words.empty()) return kDone;
-    complain("cannot " + std::string(what) + " '" + options.text + "': " + words);
+    tell({{"cannot " + std::string(what) + " '" + options.text + "'", {}, words, remedy_without_root(), true}});
     return kFailed;
 }
 
@@ -166,10 +166,10 @@ void add_usb_command(const Command &tool) {
     constexpr const char *kWhich = "serial number, device name or any text of it";
     const Command usb = tool.add("usb", "Show USB storage; bind it to its driver or keep it away.",
                                  [options] { return list(*options); });
-    usb.listing(options->output).timeout(options->timeout);
+    usb.listing(options->output);
     usb.add("state", "Put a device into a state: unbound, bound or node.", [options] { return set_state(*options); })
         .argument("SERIAL", options->text, kWhich)
-        .argument("STATE", options->state, "unbound, bound, or node: bound and with a node in /dev", true, kStates)
+        .argument("STATE", options->state, "unbound, bound, or node: bound and in /dev", true, kStates)
         .flag("--force", options->force, "even when it is in use")
         .timeout(options->timeout);
     usb.add("bind", "Bind a device to its driver.", [options] { return bind(*options); })

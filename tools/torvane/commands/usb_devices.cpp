@@ -28,8 +28,20 @@ std::size_t fitting(const inventory::Machine &machine, const std::string &serial
     return found.size();
 }
 
-// A stick's interface and its only device are one to people.
+// A stick's interface and its devices are one to people, and so are the slots of a reader that share its number.
 void merge_devices(std::vector<Thing *> &things) {
+    const auto interface_of = [](const Thing *thing) {
+        const std::vector<Thing *> interfaces = thing->related(RelationKind::kOnUsb);
+        return interfaces.empty() ? nullptr : interfaces.front();
+    };
+    const auto is_with_first = [&](const Thing *thing) {
+        Thing *interface = interface_of(thing);
+        return interface != nullptr && interface == interface_of(things.front()) &&
+               interface->text("serial") == thing->text("serial");
+    };
+    if (things.size() > 1 && std::all_of(things.begin(), things.end(), is_with_first)) {
+        things = {interface_of(things.front())};
+    }
     std::erase_if(things, [&](const Thing *thing) {
         const std::vector<Thing *> interfaces = thing->related(RelationKind::kOnUsb);
         return !interfaces.empty() && std::find(things.begin(), things.end(), interfaces.front()) != things.end();
@@ -60,7 +72,7 @@ std::vector<std::string> users_of(const Thing &device) {
 bool choose_usb(const std::string &text, std::chrono::milliseconds limit, UsbChoice &choice) {
     Found found = look_up(text, limit, is_usb);
     merge_devices(found.things);
-    Thing *thing = only_one(found, text, "USB storage: 'torvane usb' lists it");
+    Thing *thing = only_one(found, text, "USB storage, which 'torvane usb' lists");
     if (thing == nullptr) return false;
     const bool is_interface = thing->kind() == ThingKind::kUsbInterface;
     choice.interface = is_interface ? thing : thing->related(RelationKind::kOnUsb).front();

@@ -91,9 +91,16 @@ Table for_people(Table table) {
     return table;
 }
 
+bool is_costly(const Column &column) {
+    return column.cost == inventory::Cost::kDefects || column.cost == inventory::Cost::kState;
+}
+
 Cell cell_of(const inventory::Thing &thing, const Column &column) {
     const inventory::Fact *fact = thing.fact(column.key);
-    return fact == nullptr ? Cell{} : Cell{fact->value(), fact->reason};
+    if (fact != nullptr) return {fact->value(), fact->reason};
+    // Nobody asks such a drive; who asked for the column wants to know why it is empty.
+    const bool is_of_it = (column.of & inventory::bit(thing.kind())) != 0;
+    return {{}, is_costly(column) && is_of_it ? "drives of this kind do not tell it" : ""};
 }
 
 } // namespace tool

@@ -28,6 +28,9 @@ Columns choose_columns(const ColumnChoice &choice);
 Table table_of_columns(unsigned kinds);
 Table for_people(Table table); // without what only programs want
 
+// Whether drives get commands for it that they get for nothing else.
+bool is_costly(const Column &column);
+
 // One thing's value with the reason for a missing one.
 Cell cell_of(const inventory::Thing &thing, const Column &column);
 

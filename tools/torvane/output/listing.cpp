@@ -56,6 +56,11 @@ bool ListingOptions::wants_tree() const {
     return tree || isatty(STDOUT_FILENO) == 1;
 }
 
+bool ListingOptions::asks_for_rows() const {
+    const bool has_text = !columns.empty() || !sort.empty() || !filter.empty();
+    return has_text || all_columns || no_headings || tree || ndjson || raw || pairs;
+}
+
 Listing::Listing(const ListingOptions &options, const ListingKind &kind)
     : Listing(options, kind, choose_columns({options.columns, options.all_columns, kind.kinds, kind.usual})) {}
 

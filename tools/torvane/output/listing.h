@@ -27,6 +27,8 @@ struct ListingOptions {
     [[nodiscard]] bool is_json() const { return json || ndjson; }
     // Programs get every thing once; people on a terminal see what is built on what.
     [[nodiscard]] bool wants_tree() const;
+    // Whether anything was given that only rows of a table or lines can have.
+    [[nodiscard]] bool asks_for_rows() const;
 };
 
 struct NodeBranch;
@@ -60,13 +62,14 @@ class Listing {
     // Columns, and what filter and order ask for.
     [[nodiscard]] const Columns &asked() const { return asked_; }
     [[nodiscard]] bool asks(bool (*predicate)(const Column &column)) const;
+    // Whether the filter, if any, lets it pass.
+    [[nodiscard]] bool keeps(const inventory::Thing &thing) const;
 
     [[nodiscard]] Json document(std::vector<Node> nodes, const Style &style) const;
     // Whether any row was printed.
     bool print(std::vector<Node> nodes, std::FILE *out) const;
 
   private:
-    [[nodiscard]] bool keeps(const inventory::Thing &thing) const;
     [[nodiscard]] std::vector<Node> filtered(std::vector<Node> nodes) const;
     void arrange(std::vector<Node> &nodes) const;
     [[nodiscard]] Branch rows_of(const char *key, const std::vector<Node> &nodes) const;

@@ -10,6 +10,8 @@ namespace {
 
 // Devices named in one line before the rest is only counted.
 constexpr std::size_t kMostNames = 4;
+// What readers say when it is no part of a device that failed.
+constexpr std::string_view kWholeDevice = "device";
 
 // The library's texts name the path, and so does the line.
 std::string words_of(const Trouble &trouble) {
@@ -17,7 +19,8 @@ std::string words_of(const Trouble &trouble) {
     const std::string path = " '" + trouble.source + "'";
     const std::size_t at = words.find(path);
     if (at != std::string::npos) words.erase(at, path.size());
-    const bool is_part = !trouble.what.empty() && words.find(trouble.what) == std::string::npos;
+    const bool is_part =
+        !trouble.what.empty() && trouble.what != kWholeDevice && words.find(trouble.what) == std::string::npos;
     if (!words.empty()) return is_part ? trouble.what + ": " + words : words;
     return "cannot read " + (trouble.what.empty() ? "the device" : trouble.what);
 }
@@ -63,13 +66,17 @@ int refuse(std::string_view text, std::string_view command) {
 
 void tell(const Troubles &troubles) {
     std::fflush(stdout); // where both are one terminal or file, the answer comes first
-    std::vector<std::string> remedies;
-    for (const Line &line : lines_of(troubles)) {
-        complain(line.sources.front().empty() ? line.words : names_of(line.sources) + ": " + line.words);
-        const bool is_new = std::find(remedies.begin(), remedies.end(), line.remedy) == remedies.end();
-        if (!line.remedy.empty() && is_new) remedies.push_back(line.remedy);
+    std::vector<Line> lines = lines_of(troubles);
+    // What one remedy helps with stands together, and the remedy behind it.
+    while (!lines.empty()) {
+        const std::string remedy = lines.front().remedy;
+        for (const Line &line : lines) {
+            if (line.remedy != remedy) continue;
+            complain(line.sources.front().empty() ? line.words : names_of(line.sources) + ": " + line.words);
+        }
+        if (!remedy.empty()) complain(remedy);
+        std::erase_if(lines, [&remedy](const Line &line) { return line.remedy == remedy; });
     }
-    for (const std::string &remedy : remedies) complain(remedy);
 }
 
 int exit_code(const Troubles &troubles, bool anything_shown) {

@@ -28,6 +28,13 @@ std::size_t distance(const std::string &a, const std::string &b) {
     return steps[a.size()][b.size()];
 }
 
+// "ls" of "list", "hlth" of "health".
+bool leaves_out_letters(const std::string &typed, const std::string &known) {
+    std::size_t at = 0;
+    for (const char c : known) at += at < typed.size() && typed[at] == c ? 1 : 0;
+    return at == typed.size() && typed.front() == known.front();
+}
+
 } // namespace
 
 std::string nearest(std::string_view wrong, const std::vector<std::string> &names) {
@@ -40,7 +47,9 @@ std::string nearest(std::string_view wrong, const std::vector<std::string> &name
     for (const std::string &name : names) {
         const std::string known = lower(name);
         // The beginning of a name is a better guess than a name that is spelt alike.
-        const std::size_t steps = typed.size() > 2 && known.starts_with(typed) ? 1 : distance(typed, known);
+        const bool is_short_for = typed.size() > 2 && known.starts_with(typed);
+        const bool is_short = is_short_for || (typed.size() > 1 && leaves_out_letters(typed, known));
+        const std::size_t steps = is_short ? 1 : distance(typed, known);
         if (steps >= fewest) continue;
         fewest = steps;
         best = name;

@@ -1,0 +1,58 @@
+// Runs a command on a machine made of files, seen by that command alone: no device of the real one can be reached.
+//   torvane_on_machine MACHINE.tree COMMAND [ARGUMENT...]
+#include "../../inventory/tree.h"
+
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <filesystem>
+#include <stdexcept>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+void check(int result, const char *what) {
+    if (result != 0) throw std::runtime_error(std::string(what) + ": " + std::strerror(errno));
+}
+
+// Of the real /dev what every program needs; the machine's own nodes are for the command to make.
+void cover_devices() {
+    fs::create_directories("/run/dev");
+    check(mount("/dev", "/run/dev", nullptr, MS_BIND | MS_REC, nullptr), "binding /dev");
+    check(mount("tree", "/dev", "tmpfs", MS_NOSUID, "mode=0755"), "mounting over /dev");
+    for (const char *name : {"null", "zero", "full", "urandom", "tty", "pts", "ptmx", "fd", "shm"}) {
+        fs::create_symlink(std::string("/run/dev/") + name, std::string("/dev/") + name);
+    }
+}
+
+// What the programs' own run time reads of itself, sanitizers for one.
+void show_programs_themselves() {
+    for (const char *name : {"exe", "maps", "task", "status", "stat", "environ", "cmdline"}) {
+        fs::create_symlink(std::string("/run/proc/self/") + name, std::string("/proc/self/") + name);
+    }
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    if (argc < 3) {
+        std::fprintf(stderr, "usage: torvane_on_machine MACHINE.tree COMMAND [ARGUMENT...]\n");
+        return 2;
+    }
+    try {
+        // The command keeps it until it ends, and with its end the namespace goes.
+        static const inventory::tests::Tree tree(inventory::tests::content_of(argv[1]));
+        cover_devices();
+        show_programs_themselves();
+        execvp(argv[2], argv + 2);
+        std::fprintf(stderr, "%s: %s\n", argv[2], std::strerror(errno));
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "%s\n", error.what());
+    }
+    return 125; // of env(1): the command was not run
+}

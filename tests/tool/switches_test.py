@@ -1,0 +1,164 @@
+#!/usr/bin/python3
+"""Every switch of every command, by an example: words that are there with the switch and not without it.
+
+usage: switches_test.py TORVANE ON_MACHINE SOURCE_ROOT
+"""
+import json
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+from concurrent.futures import ThreadPoolExecutor
+
+TORVANE, ON_MACHINE, ROOT = (os.path.abspath(word) for word in sys.argv[1:4])
+RACK = pathlib.Path(ROOT, "tests", "tool", "machine")
+
+# A line for the shell; [...] is what is left out the other time.
+OF_LISTINGS = [
+    ("LISTING [--json]", r'\A\{\n  "schema_version": 1,'),
+    ("LISTING [--ndjson]", r'\A\{"name":"[^\n]+\}\n'),
+    ("LISTING -o NAME,SIZE,UUID [--raw]", r"(?m)^\S+ \S+ -$"),
+    ("LISTING -o NAME,UUID [--pairs]", r'NAME="[^"]+" UUID=""'),
+    ("LISTING [--output=SERIAL,SIZE]", r"\ASERIAL +SIZE *\n"),
+    ("LISTING [--output-all]", r"\ANAME .*MODEL .*SERIAL .*SIZE .*FAILED"),
+    ("LISTING [--list-columns]", r"SERIAL +serial +serial number"),
+    ("LISTING -o NAME,SIZE [--bytes]", r"(?m) \d{6,}$"),
+    ("LISTING -o NAME [--noheadings]", r"\A(?!NAME)[^\s]+ *\n"),
+    ("LISTING -o NAME [--paths]", r"(?m)^/dev/"),
+]
+OF_A_LISTING = {
+    "list": [("-o NAME [--tree]", "└─sda3"), ("-d -o NAME [--sort=NAME:desc]", r"\ANAME\nsr0\nsdf\n"),
+             ("-o NAME,SERIAL,RPM [--filter='size > 1T and rpm > 0']", r"\A.*\nsdd +ZL2A0001 7200\nsde +ZL2A0002 7200\n\S")],
+    "show sda": [("-o NAME [--tree]", "└─sda3"), ("--tree -o NAME [--sort=NAME:desc]", "├─sda3"),
+                 ("[--filter='size > 1T']", "which the filter does not fit")],
+    "find RAID": [("-o NAME [--tree]", "└─sda3"), ("-o NAME [--sort=NAME:desc]", r"\ANAME\nsdb\nsda\n"),
+                  ("-o NAME [--filter='used_by =~ backup']", r"\ANAME\nsdb\n\Z")],
+    "raid": [("-o NAME [--tree]", "├─nvme0n1"), ("-o NAME [--sort=NAME:desc]", r"\ANAME\nsdc\n"),
+             ("-o NAME [--filter='type == foreign']", r"\ANAME\nc0/e252/s4\n\Z")],
+    "bays": [("-o NAME [--tree]", "└─sde"), ("-o NAME [--sort=NAME:desc]", r"\ANAME\nsde\n"),
+             ("-o NAME,BAY [--filter='model =~ BIG']", r"\ANAME +BAY\nsdd +1\nsde +2\n\Z")],
+    "usb": [("-o NAME [--tree]", "└─sdf"), ("-o NAME [--sort=NAME:desc]", r"\ANAME\nsdf\n"),
+            ("-o NAME [--filter='type == disk']", r"\ANAME\nsdf\n6:0:0:0\n\Z")],
+}
+OF_OTHERS = [
+    ("list [--nodeps]", r"(?m)^sda .*\n(?!sda1)"),
+    ("list [--all]", "loop0"),
+    ("list [--defects]", "MDEFECTS"),
+    ("list [--state]", "PERMISSION"),
+    ("list [--raid]", r"(?m)^c0/e252/s8 .*slot 8 sdb$"),
+    ("list [--usb]", r"BOXED .*unbound"),
+    ("health [--json]", r'"problem": "rebuilding"'),
+    ("metrics [--defects]", "# TYPE torvane_drive_grown_defects gauge"),
+    ("metrics [--output=there.prom] 2>&1 >out; cat there.prom", r"(?m)^# TYPE [\s\S]+\n# EOF\n"),
+    ("diff old.json [--json]", r'"difference": "missing"'),
+    ("check [--expect=old.json]", r"sdz \(GONE1\): missing"),
+    ("check --expect=old.json [--json]", r'"difference": "missing"'),
+    ("firmware sdd [--output=image]", "sdd: No such file"),
+    ("firmware sdd --output=old.json [--force]", "sdd: No such file"),
+    ("watch [--initial]", r"present +sda +disk"),
+    ("watch --initial [--json]", r'\A\{"event":"present","name":'),
+    ("watch [--files=. & sleep 0.4; touch new; wait]", "created +(./)?new"),
+    ("usb bind 4C53 [--wait]", "is in use: sdf1 is mounted on /media/rescue"),
+    ("usb unbind 4C53 [--force]", "unable to unbind"),
+    ("usb state 4C53 unbound [--force]", "state is invalid"),
+]
+# Beside a maker's tool that never ends. What nothing else knows is looked for there, thirty seconds if not told so.
+WITH_TIMEOUT = ["list --raid", "show x", "find x", "raid", "health", "locate x on", "metrics", "diff old.json",
+                "check --expect=old.json", "usb state x bound", "usb bind x", "usb unbind x", "mount x", "umount x", "tray x",
+                "firmware x -o image", "wait created /nowhere"]
+# Of what needs real devices: the script of an emulated machine has the example.
+EMULATED = {("mount", "--json"): "mount --json", ("tray", "--json"): "tray --json", ("usb unbind", "--wait"): "--wait"}
+
+
+def said(*words):
+    return subprocess.run([TORVANE, *words], capture_output=True, text=True, check=True).stdout
+
+
+def named(text):
+    return re.findall(r"(?m)^  ([a-z]+) {2,}", text.split("\nCommands:")[1])
+
+
+COMMANDS = named(said("help")) + ["usb " + name for name in named(said("usb", "--help"))]
+
+
+def switches_of(command):
+    return set(re.findall(r"(?m)^ {2}(?:-\w,|   ) (--[a-z-]+)", said(*command.split(), "--help"))) - {"--help"}
+
+
+def command_of(line):
+    return max((c for c in COMMANDS if (line + " ").startswith(c + " ")), key=len)
+
+
+class Switches(unittest.TestCase):
+    def setUp(self):
+        self.folder = tempfile.TemporaryDirectory()
+        place = pathlib.Path(self.folder.name)
+        for name in ("quick", "hanging", "work"):
+            place.joinpath(name).mkdir()
+        for name in ("quick", "hanging"):
+            os.symlink(TORVANE, place / name / "torvane")
+        place.joinpath("hanging", "storcli64").write_text("#!/bin/sh\nexec sleep 60\n", encoding="utf-8")
+        place.joinpath("hanging", "storcli64").chmod(0o755)
+        old = {"schema_version": 1, "drives": [{"name": "sdz", "serial": "GONE1"}]}
+        place.joinpath("old.json").write_text(json.dumps(old), encoding="utf-8")
+
+    def tearDown(self):
+        self.folder.cleanup()
+
+    def run_on_rack(self, line, tools="quick"):
+        """The words of both outputs; what waits for ever is interrupted."""
+        path = f"{self.folder.name}/{tools}:{RACK}:{os.environ['PATH']}"
+        with tempfile.TemporaryDirectory() as work:
+            shutil.copy(os.path.join(self.folder.name, "old.json"), work)
+            torvane = "timeout -s INT 1 torvane " if line.startswith("watch") else "torvane "
+            done = subprocess.run([ON_MACHINE, str(RACK / "rack.tree"), "sh", "-c", torvane + line], cwd=work, text=True, timeout=60,
+                                  stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False,
+                                  env=os.environ | {"PATH": path, "LC_ALL": "C.UTF-8"})
+            return done.stdout
+
+    def examples(self):
+        for line, words in OF_OTHERS:
+            yield line, words, "quick"
+        for listing, own in OF_A_LISTING.items():
+            for line, words in OF_LISTINGS:
+                yield line.replace("LISTING", listing), words, "quick"
+            for line, words in own:
+                yield listing + " " + line, words, "quick"
+        for line in WITH_TIMEOUT:
+            yield line + " [--timeout=0.3]", "no answer within 300 ms|when the time was over", "hanging"
+
+    def check(self, example):
+        line, words, tools = example
+        left_out = re.sub(r"\[.*\]", "", line)
+        with_it = self.run_on_rack(re.sub(r"[][]", "", line), tools)
+        # Half a minute is not waited for.
+        without = "" if tools == "hanging" else self.run_on_rack(left_out, tools)
+        return line, words, with_it, without
+
+    def test_each_has_an_example(self):
+        shown = set(EMULATED)
+        with ThreadPoolExecutor(os.cpu_count()) as several:
+            for line, words, with_it, without in several.map(self.check, self.examples()):
+                with self.subTest(line=line):
+                    self.assertRegex(with_it, words)
+                    self.assertNotRegex(without, words)
+                shown.add((command_of(line), re.search(r"\[(--[a-z-]+)", line)[1]))
+        script = pathlib.Path(ROOT, "tests", "machine", "usb_tool_test").read_text(encoding="utf-8")
+        for example in EMULATED.values():
+            self.assertIn(example, script)
+        there = {(command, switch) for command in COMMANDS for switch in switches_of(command)}
+        self.assertEqual(there - shown, set(), "switches without an example")
+        self.assertEqual(shown - there, set(), "examples of no switch")
+
+    def test_help_fits_a_terminal(self):
+        for command in COMMANDS + [""]:
+            for text in said(*command.split(), "--help").splitlines():
+                self.assertLessEqual(len(text), 80, text)
+
+
+if __name__ == "__main__":
+    unittest.main(argv=[sys.argv[0]])
