@@ -10,7 +10,7 @@ test_packages=(
     man-db mandoc binutils abigail-tools
     qemu-system-x86 busybox-static cpio kmod udev lsscsi sg3-utils mdadm lvm2 cryptsetup-bin
     tgt open-iscsi pciutils hdparm libbenchmark-dev valgrind strace
-    fdisk dosfstools mtools e2fsprogs genisoimage usbutils util-linux procps zstd xz-utils
+    fdisk dosfstools mtools e2fsprogs genisoimage usbutils util-linux procps zstd xz-utils zsh fish dpkg-dev
 )
 
 # To measure them: bench/run. What other tools are compared with, when they can be had.

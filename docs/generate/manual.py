@@ -53,8 +53,9 @@ def read_notes(path, model):
 
 
 def record_summary(record):
-    first = " ".join(re.split(r"[.:;]", record.comment, maxsplit=1)[0].split())
-    return first[:1].lower() + first[1:] if first else "a record"
+    first = " ".join(re.split(r"[:;]|\.(?!\d)", record.comment, maxsplit=1)[0].split())
+    is_word = first[1:2].islower() or first[1:2] == " "  # and no abbreviation
+    return (first[:1].lower() + first[1:] if is_word else first) or "a record"
 
 
 def escaped(text):

@@ -28,6 +28,15 @@ def findings(pages):
             yield line
 
 
+def wide_examples(pages):
+    """Code is never wrapped: a terminal of 80 columns has to have room for it."""
+    for page in pages:
+        _, _, rest = page.read_text(encoding="utf-8").partition(".Sh EXAMPLES\n")
+        for line in rest.partition("\n.Sh ")[0].splitlines():
+            if len(re.sub(r"\\(\(..|.)", "_", line)) > 75:
+                yield f"{page.name}: wider than a terminal: {line.strip()}"
+
+
 def link_findings(folder):
     pages = {page.name for page in folder.iterdir()}
     for page in sorted(folder.glob("*.html")):
@@ -39,7 +48,7 @@ def link_findings(folder):
 def main():
     reference, names = pathlib.Path(sys.argv[1]), exported(sys.argv[2])
     pages = sorted((reference / "man3").iterdir())
-    told = list(findings(pages)) + list(link_findings(reference / "html"))
+    told = [*findings(pages), *wide_examples(pages), *link_findings(reference / "html")]
     told += [f"no page of {name}" for name in sorted(names - {page.stem for page in pages})]
     for page in pages:
         text = page.read_text(encoding="utf-8")

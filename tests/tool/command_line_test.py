@@ -107,7 +107,7 @@ class Usage(unittest.TestCase):
                               (["list", "-o", ""], {"SERIAL", "WWN"}), (["usb", "state", "X", ""], {"node"}),
                               (["locate", "X", ""], {"on", "off"}), (["list", "--timeout", ""], set())]:
             result = run("complete", *words)
-            found = set(result.stdout.split())
+            found = {line.split("\t")[0] for line in result.stdout.splitlines()}
             self.assertLessEqual(wanted, found, words)
             self.assertEqual(bool(wanted), bool(found), words)
 

@@ -5,7 +5,8 @@
 
 int main(void) {
     FILE *output = NULL;
-    const pid_t child = execute("echo one; echo two", NULL, &output, NULL);
+    const pid_t child =
+        execute("echo one; echo two", NULL, &output, NULL);
     if (child < 0 || output == NULL) return 1;
     for (;;) {
         char *line = NULL;
@@ -16,5 +17,7 @@ int main(void) {
     }
     fclose(output);
     int status = 0;
-    return waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status) : 1;
+    return waitpid(child, &status, 0) == child && WIFEXITED(status)
+               ? WEXITSTATUS(status)
+               : 1;
 }

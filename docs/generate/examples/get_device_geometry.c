@@ -7,7 +7,8 @@ int main(void) {
     DeviceGeometry geometry = {.partition_sizes = sizes};
     const int result = get_device_geometry(-1, "/dev/sda", &geometry);
     if (has_error(result, TORVANE_GEOMETRY_BLOCK_COUNT)) return 1;
-    printf("%" PRIu64 " bytes, %" PRIu32 " partitions\n", geometry.block_count * geometry.block_size,
+    printf("%" PRIu64 " bytes, %" PRIu32 " partitions\n",
+           geometry.block_count * geometry.block_size,
            geometry.partition_count);
     return 0;
 }

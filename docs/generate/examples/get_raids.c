@@ -10,7 +10,8 @@ int main(void) {
     }
     for (uint32_t i = 0; i < count; ++i)
         for (uint32_t j = 0; j < list[i].group_count; ++j)
-            printf("%s: %u drives\n", list[i].groups[j].device, list[i].groups[j].drive_count);
+            printf("%s: %u drives\n", list[i].groups[j].device,
+                   list[i].groups[j].drive_count);
     destroy_raids(list, (int)count);
     return 0;
 }

@@ -7,7 +7,8 @@ int main(void) {
         fprintf(stderr, "%s\n", get_error_str(TORVANE_ERROR_DEVICE));
         return 1;
     }
-    for (uint32_t i = 0; i < list.count; ++i) printf("%s %s\n", list.media[i].serial, list.media[i].model);
+    for (uint32_t i = 0; i < list.count; ++i)
+        printf("%s %s\n", list.media[i].serial, list.media[i].model);
     release_media_list(&list);
     return 0;
 }

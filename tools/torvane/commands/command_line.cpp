@@ -313,8 +313,8 @@ std::string help_of(const std::vector<std::string> &names) {
 
 // "complete" has words behind it that are no line yet, and the parser must not judge them.
 static int complete(const CLI::App &tool, const std::vector<std::string> &words) {
-    for (const std::string &candidate : candidates(tool, {words.begin() + 1, words.end()})) {
-        std::printf("%s\n", printable(candidate).c_str());
+    for (const Candidate &candidate : candidates(tool, {words.begin() + 1, words.end()})) {
+        std::printf("%s\t%s\n", printable(candidate.word).c_str(), printable(candidate.about).c_str());
     }
     return kDone;
 }

@@ -3,18 +3,50 @@
 #include "commands/completion.h"
 
 #include "commands/commands.h"
+#include "inventory/bays/bays.h"
 #include "inventory/kernel/kernel.h"
+#include "inventory/usb/usb.h"
 #include "output/text.h"
 
 #include <CLI/CLI.hpp>
 
-#include <memory>
-#include <set>
+#include <strings.h>
+
+#include <algorithm>
 
 namespace tool {
 namespace {
 
+using inventory::Thing;
+using inventory::ThingKind;
 using Words = std::vector<std::string>;
+
+// What is being typed: of "--output=NAME,ser" the head is "--output=NAME,", and "ser" is to be completed.
+struct Typed {
+    std::string head;
+    std::string tail;
+};
+
+class Candidates {
+  public:
+    explicit Candidates(Typed typed) : typed_(std::move(typed)) {}
+
+    // Columns and names may be typed in any case.
+    void add(const std::string &word, const std::string &about) {
+        const bool fits = strncasecmp(word.c_str(), typed_.tail.c_str(), typed_.tail.size()) == 0;
+        if (fits && !word.empty() && word.find(' ') == std::string::npos) found_.push_back({typed_.head + word, about});
+    }
+    void add_files() { found_.insert(found_.begin(), {kFilesToo, {}}); }
+    void start_after(std::size_t length) {
+        typed_ = {typed_.head + typed_.tail.substr(0, length), typed_.tail.substr(length)};
+    }
+    [[nodiscard]] const Typed &typed() const { return typed_; }
+    [[nodiscard]] std::vector<Candidate> take() { return std::move(found_); }
+
+  private:
+    Typed typed_;
+    std::vector<Candidate> found_;
+};
 
 const CLI::App *command_named(const CLI::App &above, const std::string &name) {
     for (const CLI::App *command : above.get_subcommands([](const CLI::App *) { return true; })) {
@@ -29,33 +61,48 @@ const CLI::Option *option_named(const CLI::App &command, const std::string &word
     return option != nullptr && option->get_items_expected_max() > 0 ? option : nullptr;
 }
 
-void add_options(const CLI::App &command, Words &found) {
+void add_options(const CLI::App &command, Candidates &found) {
     for (const CLI::Option *option : command.get_options()) {
-        for (const std::string &name : option->get_snames()) found.push_back("-" + name);
-        for (const std::string &name : option->get_lnames()) found.push_back("--" + name);
+        for (const std::string &name : option->get_snames()) found.add("-" + name, option->get_description());
+        for (const std::string &name : option->get_lnames()) found.add("--" + name, option->get_description());
     }
 }
 
-void add_commands_below(const CLI::App &command, Words &found) {
+void add_commands_below(const CLI::App &command, Candidates &found) {
     for (const CLI::App *below : command.get_subcommands([](const CLI::App *) { return true; })) {
-        if (!below->get_group().empty()) found.push_back(below->get_name());
+        if (!below->get_group().empty()) found.add(below->get_name(), below->get_description());
     }
 }
 
-void add_columns(Words &found) {
-    for (const Column *column : columns_of(~0U)) found.emplace_back(column->heading);
+// Of a list the last name is being typed; an expression has columns among its words.
+void add_columns(const char *separators, Candidates &found) {
+    const std::size_t last = found.typed().tail.find_last_of(separators);
+    found.start_after(last == std::string::npos ? 0 : last + 1);
+    for (const Column *column : columns_of(~0U)) found.add(column->heading, column->meaning);
 }
 
-// Names from /sys, serial numbers from the device manager's database.
-void add_devices(Words &found) {
+bool is_usb(const Thing &thing) {
+    return thing.kind() == ThingKind::kUsbInterface || !thing.related(inventory::RelationKind::kOnUsb).empty();
+}
+bool is_optical(const Thing &thing) { return thing.kind() == ThingKind::kOptical; }
+bool has_node(const Thing &thing) { return !thing.text("path").empty(); }
+bool is_any(const Thing & /*thing*/) { return true; }
+
+// Names from /sys; serial numbers, where they will do, from there and from the device manager's database.
+void add_devices(bool (*fits)(const Thing &thing), Candidates &found) {
     inventory::Machine machine;
-    inventory::read_kernel(machine, {false, {"name", "path", "serial"}});
+    inventory::read_kernel(machine, {false, {"name", "path", "serial", "type"}});
+    inventory::read_usb(machine);
+    inventory::read_bays(machine);
     settle(machine);
-    for (const inventory::Thing &thing : machine.things()) {
-        if (thing.text("path").empty()) continue;
-        found.push_back(short_name(thing.text("name")));
+    for (const Thing &thing : machine.things()) {
+        if (!fits(thing)) continue;
+        const std::string name = short_name(thing.text("name"));
         const std::string serial = thing.text("serial");
-        if (!serial.empty() && serial.find(' ') == std::string::npos) found.push_back(serial);
+        const std::string type = thing.text("type");
+        const bool has_name = has_node(thing) || thing.kind() == ThingKind::kBay;
+        if (has_name) found.add(name, type + (serial.empty() ? "" : " " + serial));
+        if (fits != has_node) found.add(serial, type + " " + name);
     }
 }
 
@@ -69,42 +116,102 @@ const CLI::Option *argument_at(const CLI::App &command, std::size_t place) {
     return last != nullptr && last->get_expected_max() > 1 ? last : nullptr;
 }
 
-void add_argument(const std::string &name, Words &found) {
-    static const std::set<std::string> named_devices{"DEVICE", "DEVICE|SERIAL", "SERIAL", "TEXT"};
-    if (named_devices.contains(name)) add_devices(found);
-    if (name == "STATE") found.insert(found.end(), {"unbound", "bound", "node"});
-    if (name == "on|off") found.insert(found.end(), {"on", "off"});
-    if (name == "EVENT") found.insert(found.end(), {"created", "deleted"});
+// By what help calls it, argument or value of an option.
+struct Kind {
+    const char *name;
+    void (*add)(Candidates &found);
+};
+constexpr Kind kKinds[] = {
+    {"DEVICE", [](Candidates &found) { add_devices(has_node, found); }},
+    {"DEVICE|SERIAL", [](Candidates &found) { add_devices(is_any, found); }},
+    {"TEXT", [](Candidates &found) { add_devices(is_any, found); }},
+    {"SERIAL", [](Candidates &found) { add_devices(is_usb, found); }},
+    {"DRIVE", [](Candidates &found) { add_devices(is_optical, found); }},
+    {"PATH",
+     [](Candidates &found) {
+         add_devices(is_any, found);
+         found.add_files();
+     }},
+    {"DIRECTORY|SERIAL",
+     [](Candidates &found) {
+         add_devices(is_usb, found);
+         found.add_files();
+     }},
+    {"FILE", [](Candidates &found) { found.add_files(); }},
+    {"OLD", [](Candidates &found) { found.add_files(); }},
+    {"NEW", [](Candidates &found) { found.add_files(); }},
+    {"DIRECTORY", [](Candidates &found) { found.add_files(); }},
+    {"COLUMN,...", [](Candidates &found) { add_columns(",+", found); }},
+    {"COLUMN", [](Candidates &found) { add_columns("", found); }},
+    {"EXPR", [](Candidates &found) { add_columns(" (", found); }},
+    {"STATE",
+     [](Candidates &found) {
+         found.add("unbound", "no driver");
+         found.add("bound", "its driver");
+         found.add("node", "its driver, and a node in /dev");
+     }},
+    {"on|off",
+     [](Candidates &found) {
+         found.add("on", "the light is on");
+         found.add("off", "the light is off");
+     }},
+    {"EVENT",
+     [](Candidates &found) {
+         found.add("created", "until it is there");
+         found.add("deleted", "until it is gone");
+     }},
+};
+
+void add_values(const std::string &name, Candidates &found) {
+    const auto *kind =
+        std::find_if(std::begin(kKinds), std::end(kKinds), [&](const Kind &k) { return k.name == name; });
+    if (kind != std::end(kKinds)) kind->add(found);
+}
+
+// Where the words before the cursor lead: the command, the option that wants a value, the arguments so far.
+struct Place {
+    const CLI::App *command;
+    const CLI::Option *pending = nullptr;
+    std::size_t arguments = 0;
+};
+
+Place place_of(const CLI::App &tool, const Words &words) {
+    Place place{&tool};
+    for (std::size_t i = 0; i + 1 < words.size(); ++i) {
+        if (std::exchange(place.pending, nullptr) != nullptr) continue;
+        place.pending = option_named(*place.command, words[i]);
+        if (place.pending != nullptr || words[i].starts_with('-')) continue;
+        const CLI::App *named = place.arguments == 0 ? command_named(*place.command, words[i]) : nullptr;
+        place.arguments = named == nullptr ? place.arguments + 1 : 0;
+        if (named == nullptr) continue;
+        place.command = named;
+        // Behind help the commands themselves are what is asked about.
+        if (named->get_name() == "help") place = {&tool};
+    }
+    return place;
 }
 
 } // namespace
 
-Words candidates(const CLI::App &tool, const Words &words) {
-    const CLI::App *command = &tool;
-    const CLI::Option *pending = nullptr;
-    std::size_t place = 0;
-    for (std::size_t i = 0; i + 1 < words.size(); ++i) {
-        if (std::exchange(pending, nullptr) != nullptr) continue;
-        pending = option_named(*command, words[i]);
-        if (pending != nullptr || words[i].starts_with('-')) continue;
-        const CLI::App *named = command_named(*command, words[i]);
-        command = named == nullptr ? command : named;
-        place = named == nullptr ? place + 1 : 0;
+std::vector<Candidate> candidates(const CLI::App &tool, const Words &words) {
+    Place place = place_of(tool, words);
+    const std::string last = words.empty() ? "" : words.back();
+    Candidates found({"", last});
+    const std::size_t equals = last.starts_with("--") ? last.find('=') : std::string::npos;
+    if (equals != std::string::npos) {
+        place.pending = option_named(*place.command, last.substr(0, equals));
+        found.start_after(equals + 1);
     }
-    Words found;
-    if (pending != nullptr) {
-        const std::string text = pending->get_option_text();
-        if (text.starts_with("COLUMN")) add_columns(found);
-        return found;
+    if (place.pending != nullptr) {
+        add_values(place.pending->get_option_text(), found);
+    } else if (last.starts_with('-')) {
+        add_options(*place.command, found);
+    } else {
+        if (place.arguments == 0) add_commands_below(*place.command, found);
+        const CLI::Option *argument = argument_at(*place.command, place.arguments);
+        if (argument != nullptr) add_values(argument->get_name(true), found);
     }
-    if (!words.empty() && words.back().starts_with('-')) {
-        add_options(*command, found);
-        return found;
-    }
-    if (place == 0) add_commands_below(*command, found);
-    const CLI::Option *argument = argument_at(*command, place);
-    if (argument != nullptr) add_argument(argument->get_name(true), found);
-    return found;
+    return found.take();
 }
 
 } // namespace tool

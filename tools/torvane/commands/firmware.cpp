@@ -95,7 +95,7 @@ int run(const FirmwareOptions &options) {
 void add_firmware_command(const Command &tool) {
     const auto options = std::make_shared<FirmwareOptions>();
     tool.add("firmware", "Write a drive's firmware image to a file.", [options] { return run(*options); })
-        .argument("DEVICE", options->device, "the drive: device name, serial number ...")
+        .argument("DEVICE|SERIAL", options->device, "the drive: device name, serial number ...")
         .option("-o,--output", options->file, "FILE", "the file to write", true)
         .flag("--force", options->force, "replace the file if it exists")
         .timeout(options->timeout);

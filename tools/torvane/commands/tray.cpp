@@ -71,7 +71,7 @@ int tray(const TrayOptions &options) {
 void add_tray_command(const Command &tool) {
     const auto options = std::make_shared<TrayOptions>();
     tool.add("tray", "Tell whether an optical drive is open and holds a disc.", [options] { return tray(*options); })
-        .argument("DEVICE", options->target, "an optical drive: sr0, its serial number ...")
+        .argument("DRIVE", options->target, "an optical drive: sr0, its serial number ...")
         .json(options->json)
         .timeout(options->timeout);
 }
