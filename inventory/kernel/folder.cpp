@@ -33,7 +33,17 @@ class Descriptor {
     int number_;
 };
 
-int open_folder(int parent, const char *path) { return openat(parent, path, O_PATH | O_DIRECTORY | O_CLOEXEC); }
+int shortage = 0; // NOLINT(cppcoreguidelines-avoid-non-const-global-variables): of the whole process, as its cause is
+
+// As openat(), and remembers when it was for want of something.
+int open_at(int parent, const char *path, int flags) {
+    const int number = openat(parent, path, flags | O_CLOEXEC);
+    const bool is_short = number < 0 && (errno == EMFILE || errno == ENFILE || errno == ENOMEM);
+    if (is_short && shortage == 0) shortage = errno;
+    return number;
+}
+
+int open_folder(int parent, const char *path) { return open_at(parent, path, O_PATH | O_DIRECTORY); }
 
 } // namespace
 
@@ -53,7 +63,7 @@ Folder::~Folder() {
 
 std::optional<std::string> Folder::bytes(const char *name) const {
     if (!is_open()) return std::nullopt;
-    const Descriptor file(openat(descriptor_, name, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    const Descriptor file(open_at(descriptor_, name, O_RDONLY | O_NONBLOCK));
     if (file.number() < 0) return std::nullopt;
     std::string content;
     std::array<char, kPage> page; // NOLINT(cppcoreguidelines-pro-type-member-init): read() fills it
@@ -87,7 +97,7 @@ bool Folder::has(const char *name) const {
 std::vector<std::string> Folder::names(const char *below) const {
     std::vector<std::string> found;
     if (!is_open()) return found;
-    Descriptor folder(openat(descriptor_, below, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    Descriptor folder(open_at(descriptor_, below, O_RDONLY | O_DIRECTORY));
     if (folder.number() < 0) return found;
     const std::unique_ptr<DIR, int (*)(DIR *)> stream(fdopendir(folder.number()), closedir);
     if (!stream) return found;
@@ -106,6 +116,8 @@ int Folder::write(const char *name, std::string_view text) const {
     if (written < 0) return errno;
     return static_cast<std::size_t>(written) == text.size() ? 0 : EIO;
 }
+
+int take_shortage() { return std::exchange(shortage, 0); }
 
 std::string last_part(std::string_view path) {
     const std::size_t slash = path.rfind('/');

@@ -41,6 +41,10 @@ class Folder {
     int descriptor_ = -1;
 };
 
+// Why this process could not open what is there (too many open files, no memory): errno of the first time since the
+// last call; 0 when it never came to that. A missing attribute is no such thing.
+int take_shortage();
+
 // The part of a path behind its last slash.
 std::string last_part(std::string_view path);
 

@@ -7,6 +7,8 @@
 #include <sys/sysmacros.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <memory>
 #include <unordered_map>
 
@@ -62,10 +64,13 @@ template <class Use> void for_each_line(libmnt_table *table, Use use) {
 }
 
 void note_failure(Machine &machine, const char *path, const char *remedy) {
-    machine.troubles.push_back({path, "", "cannot be read", remedy, true});
+    const int error = errno;
+    const std::string words = std::string("cannot be read: ") + std::strerror(error);
+    machine.troubles.push_back({path, "", words, error == ENOENT ? remedy : "", true});
 }
 
 void read_mounts(Machine &machine, const Things &things, Points &points) {
+    errno = 0;
     const Table table(mnt_new_table_from_file(kMounts), mnt_unref_table);
     if (!table) return note_failure(machine, kMounts, "mount /proc");
     for_each_line(table.get(), [&](libmnt_fs *line) {

@@ -7,7 +7,9 @@ import json
 import os
 import pathlib
 import re
+import resource
 import stat
+import signal
 import subprocess
 import sys
 import tempfile
@@ -258,14 +260,14 @@ class Raid(unittest.TestCase):
         path.write_text("#!/bin/sh\n" + text, encoding="utf-8")
         path.chmod(path.stat().st_mode | stat.S_IXUSR)
 
-    def raid(self, tools, *arguments):
+    def raid(self, tools, *arguments, **options):
         with tempfile.TemporaryDirectory() as folder:
             for name, text in tools.items():
                 self.tool(folder, name, text)
             for needed in ("sh", "timeout", "which", "cat", "sleep", "echo"):
                 found = next(p for p in ("/bin/" + needed, "/usr/bin/" + needed) if os.path.exists(p))
                 os.symlink(found, os.path.join(folder, needed))
-            return run("raid", *arguments, env={"PATH": folder})
+            return run("raid", *arguments, env={"PATH": folder}, **options)
 
     def test_without_controller_and_tool_all_is_well(self):
         result = self.raid({})
@@ -275,8 +277,12 @@ class Raid(unittest.TestCase):
         self.assertEqual(document["controllers"], [])
 
     def test_a_broken_tool_is_named_and_nothing_but_json_is_printed(self):
-        result = self.raid({"megacli": "echo noise; echo trouble >&2; exit 3\n"}, "-J")
+        tools = {"megacli": "echo noise; echo trouble >&2; exit 3\n"}
+        result = self.raid(tools, "-J")
         self.assertEqual(result.returncode, 64)
+        # Who started the tool may ignore its children's ends.
+        ignoring = self.raid(tools, "-J", preexec_fn=lambda: signal.signal(signal.SIGCHLD, signal.SIG_IGN))
+        self.assertEqual((ignoring.returncode, ignoring.stderr), (result.returncode, result.stderr))
         document = json.loads(result.stdout)
         jsonschema.validate(document, schema("raid"))
         self.assertRegex(result.stderr, r"torvane: megacli .*unexpected answer: noise")
@@ -305,6 +311,13 @@ case $3 in 1:1) echo; echo 'no such drive'; exit 1;; esac
         self.assertEqual(result.returncode, 64)
         self.assertIn("storcli64: no answer within 1 s", result.stderr)
         self.assertLess(time.monotonic() - before, 20)
+
+
+class Shortage(unittest.TestCase):
+    def test_what_few_descriptors_cost_is_said(self):
+        result = run("list", "-J", preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (5, 5)))
+        self.assertEqual(result.returncode, 64)
+        self.assertIn("Too many open files", result.stderr)
 
 
 class Waiting(unittest.TestCase):
