@@ -238,7 +238,10 @@ std::vector<std::string_view> asked_facts(const Thing &drive, const DriveRequest
 
 Thing ask(const Thing &drive, const DriveRequest &request) {
     Thing found(drive.kind(), drive.id());
-    const OpenDevice device = open_device(drive.text("path"), drive.text("maj_min"));
+    // A tray that has moved since the first look is no other drive, but another medium.
+    const bool has_tray = drive.kind() == ThingKind::kOptical;
+    const OpenDevice device =
+        open_device(drive.text("path"), drive.text("maj_min"), has_tray ? std::nullopt : drive.number("diskseq"));
     if (!device.descriptor) {
         tell_not_open(device, request, drive, found);
         return found;

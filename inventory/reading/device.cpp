@@ -1,7 +1,9 @@
 #include "inventory/reading/device.h"
 
 #include <fcntl.h>
+#include <linux/fs.h>
 #include <linux/major.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
@@ -37,6 +39,12 @@ std::string why_not_this(const struct stat &status, const std::string &number) {
     return words;
 }
 
+// Kernels before 5.15 do not tell.
+bool is_another(int device, std::uint64_t diskseq) {
+    __u64 told = 0;
+    return ioctl(device, BLKGETDISKSEQ, &told) == 0 && told != diskseq;
+}
+
 OpenDevice refusal(int error) { return {{}, error, std::strerror(error)}; }
 
 } // namespace
@@ -47,7 +55,7 @@ std::string why_no_device(const std::string &path) {
     return why_no_device(status);
 }
 
-OpenDevice open_device(const std::string &path, const std::string &number) {
+OpenDevice open_device(const std::string &path, const std::string &number, std::optional<std::uint64_t> diskseq) {
     struct stat status {};
     if (stat(path.c_str(), &status) != 0) return refusal(errno);
     if (std::string words = why_not_this(status, number); !words.empty()) return {{}, 0, std::move(words)};
@@ -56,6 +64,7 @@ OpenDevice open_device(const std::string &path, const std::string &number) {
     // The node may have been replaced in between.
     if (fstat(device.get(), &status) != 0) return refusal(errno);
     if (std::string words = why_not_this(status, number); !words.empty()) return {{}, 0, std::move(words)};
+    if (diskseq && is_another(device.get(), *diskseq)) return {{}, 0, "another device has taken its place"};
     return {std::move(device), 0, {}};
 }
 

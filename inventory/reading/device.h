@@ -3,6 +3,8 @@
 
 #include "inventory/reading/descriptor.h"
 
+#include <cstdint>
+#include <optional>
 #include <string>
 
 namespace inventory {
@@ -17,7 +19,9 @@ struct OpenDevice {
 };
 
 // For reading, without waiting for a medium and without closing a tray, in a worker. The node must have the number
-// that the kernel gives the device ("8:16"): a stale node leads to another disk.
-OpenDevice open_device(const std::string &path, const std::string &number);
+// that the kernel gives the device ("8:16"): a stale node leads to another disk. Numbers are given out anew, too, when a
+// device goes and another comes: where the kernel's running number of media is known, it must still be the same.
+OpenDevice open_device(const std::string &path, const std::string &number,
+                       std::optional<std::uint64_t> diskseq = std::nullopt);
 
 } // namespace inventory

@@ -3,6 +3,7 @@
 #include "inventory/drives/drives.h"
 #include "inventory/kernel/kernel.h"
 #include "inventory/reading/in_use.h"
+#include "readers.h"
 
 #include <gtest/gtest.h>
 
@@ -118,6 +119,22 @@ TEST(Drives, OneThatIsOfflineKeepsItsRowWithTheReason) {
     ASSERT_EQ(disk.troubles.size(), 1U);
     EXPECT_EQ(disk.troubles[0].words, "failed to open: No such device or address");
     EXPECT_TRUE(disk.number("size").has_value());
+}
+
+TEST(Drives, AnotherDeviceInItsPlaceIsNotAskedForIt) {
+    Machine found = machine();
+    const std::vector<Thing *> disks = debug_disks(found);
+    ASSERT_EQ(disks.size(), 2U);
+    for (const char *hosts : {"-1", "1"}) write_to("/sys/bus/pseudo/drivers/scsi_debug/add_host", hosts);
+    for (const Thing *disk : disks) {
+        EXPECT_TRUE(truth::holds_soon([&] { return std::filesystem::exists(disk->text("path")); }));
+    }
+    truth::output_of("udevadm settle");
+    read_drives(found, {.limit = 60s, .only = disks});
+    for (const Thing *disk : disks) {
+        ASSERT_EQ(disk->troubles.size(), 1U);
+        EXPECT_EQ(disk->troubles[0].words, "failed to open: another device has taken its place");
+    }
 }
 
 TEST(Drives, AnOpenTrayStaysOpen) {
