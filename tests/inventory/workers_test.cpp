@@ -11,12 +11,25 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <new>
 #include <set>
 #include <stdexcept>
+
+namespace {
+int forks_that_fail = 0; // NOLINT(cppcoreguidelines-avoid-non-const-global-variables)
+} // namespace
+
+extern "C" pid_t fork() noexcept {
+    if (forks_that_fail == 0) return _Fork();
+    --forks_that_fail;
+    errno = EAGAIN;
+    return -1;
+}
 
 namespace {
 
@@ -163,6 +176,15 @@ TEST(Workers, WantOfProcessesAndDescriptorsIsNamed) {
         const rlimit few{3, 3};
         return setrlimit(RLIMIT_NOFILE, &few) == 0 && all_refused("cannot make a pipe: Too many open files", 20);
     });
+}
+
+TEST(Workers, OneProcessThatCannotBeHadCostsOneAnswer) {
+    forks_that_fail = 1;
+    const auto outcomes = outcomes_of(std::vector<Reading>(20, process_number), {.limit = kLimit});
+    EXPECT_EQ(forks_that_fail, 0);
+    EXPECT_EQ(std::count_if(outcomes.begin(), outcomes.end(),
+                            [](const Outcome &outcome) { return outcome.state == State::kDone; }),
+              19);
 }
 
 TEST(Workers, TheyGoWithTheirParentHoweverItEnds) {

@@ -1,11 +1,22 @@
+#include "output/new_file.h"
 #include "output/table.h"
 #include "output/text.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <cerrno>
+#include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <memory>
+
+// As a file system that cannot refuse to replace.
+extern "C" int renameat2(int, const char *, int, const char *, unsigned flags) noexcept {
+    errno = flags == RENAME_NOREPLACE ? EINVAL : ENOTSUP;
+    return -1;
+}
 
 namespace {
 
@@ -104,11 +115,29 @@ TEST(Render, OnlyTheTableDrawsTheTree) {
 TEST(Text, OnlyCompleteUtf8WithoutControlsIsPrintable) {
     EXPECT_EQ(printable("Größe ✓ 😀"), "Größe ✓ 😀");
     EXPECT_EQ(printable("a\tb\r\n"), "a\\x09b\\x0d\\x0a");
-    EXPECT_EQ(printable("\xc2\x9b"), "\\xc2\\x9b");          // the 8-bit escape introducer
+    EXPECT_EQ(printable("\xc2\x9b"), "\\xc2\\x9b"); // the 8-bit escape introducer
+    EXPECT_EQ(escaped_controls("\"\xc2\x9b\x7f\""), "\"\\u009b\\u007f\"");
     EXPECT_EQ(printable("\xc0\xaf"), "\\xc0\\xaf");          // overlong
     EXPECT_EQ(printable("\xed\xa0\x80"), "\\xed\\xa0\\x80"); // surrogate
     EXPECT_EQ(printable("\xf4\x90\x80\x80"), "\\xf4\\x90\\x80\\x80");
     EXPECT_EQ(printable("x\xe2\x82"), "x\\xe2\\x82");
+}
+
+TEST(NewFiles, ReplaceNothingUnasked) {
+    const std::filesystem::path folder = testing::TempDir() + "torvane_new_file";
+    std::filesystem::create_directory(folder);
+    const auto keeps = [place = folder / "image"](const std::string &text, bool replace) {
+        const bool kept = NewFile(place).keep(text.data(), text.size(), replace);
+        std::string content;
+        std::getline(std::ifstream(place), content);
+        return content + (kept ? "" : " stays");
+    };
+    EXPECT_EQ(keeps("first", false), "first");
+    EXPECT_EQ(keeps("second", false), "first stays");
+    EXPECT_EQ(keeps("third", true), "third");
+    const std::filesystem::directory_iterator files(folder);
+    EXPECT_EQ(std::distance(begin(files), end(files)), 1);
+    std::filesystem::remove_all(folder);
 }
 
 } // namespace

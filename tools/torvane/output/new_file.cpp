@@ -30,11 +30,19 @@ bool NewFile::keep(const void *bytes, std::size_t size, bool replace) {
     return kept_;
 }
 
-// Not every file system can refuse to replace while it renames; a second name of the file can never replace.
+// Not every file system can refuse to replace while it renames. There the place is taken with an empty file, which
+// only one can make, and that is what is replaced.
 bool NewFile::take_free_place() const {
     if (renameat2(AT_FDCWD, name_.c_str(), AT_FDCWD, place_.c_str(), RENAME_NOREPLACE) == 0) return true;
     if (errno != EINVAL && errno != ENOSYS) return false;
-    return link(name_.c_str(), place_.c_str()) == 0 && unlink(name_.c_str()) == 0;
+    const int taken = open(place_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    if (taken < 0) return false;
+    close(taken);
+    if (rename(name_.c_str(), place_.c_str()) == 0) return true;
+    const int error = errno;
+    unlink(place_.c_str());
+    errno = error;
+    return false;
 }
 
 bool NewFile::write_all(const void *bytes, std::size_t size) const {
