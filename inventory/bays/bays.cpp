@@ -19,8 +19,8 @@ struct Bay {
 };
 
 // Calls use(bay) for every bay until that returns false.
-template <class Use> void for_each_bay(Use use) {
-    const Folder enclosures(kEnclosures);
+template <class Use> void for_each_bay(ReadFailures &failures, Use use) {
+    const Folder enclosures(kEnclosures, &failures);
     for (const std::string &name : enclosures.names()) {
         const Folder folder(enclosures, name);
         std::string id = folder.text("id");
@@ -67,9 +67,9 @@ void read_bay(Machine &machine, const Bay &bay) {
 }
 
 // Calls use(bay) for this thing's bay; false when it is gone.
-template <class Use> bool with_bay(const Thing &thing, Use use) {
+template <class Use> bool with_bay(const Thing &thing, ReadFailures &failures, Use use) {
     bool found = false;
-    for_each_bay([&](const Bay &bay) {
+    for_each_bay(failures, [&](const Bay &bay) {
         if (bay.id() != thing.id()) return true;
         found = true;
         return use(bay);
@@ -80,30 +80,36 @@ template <class Use> bool with_bay(const Thing &thing, Use use) {
 } // namespace
 
 void read_bays(Machine &machine) {
-    for_each_bay([&machine](const Bay &bay) {
+    ReadFailures failures;
+    for_each_bay(failures, [&](const Bay &bay) {
         read_bay(machine, bay);
+        tell_failures(*machine.find(bay.id()), failures);
         return true;
     });
+    tell_failures(machine, kEnclosures, failures);
 }
 
 void read_light(Thing &thing) {
-    with_bay(thing, [&thing](const Bay &bay) {
+    ReadFailures failures;
+    with_bay(thing, failures, [&thing](const Bay &bay) {
         const auto light = bay.folder.number("locate");
         if (!light) return true;
         thing.forget("locate_led");
         thing.tell("locate_led", *light != 0, Source::kKernel, "locate");
         return false;
     });
-    thing.lacks("locate_led", "the enclosure does not tell");
+    thing.lacks("locate_led", failures.empty() ? "the enclosure does not tell" : std::strerror(failures.front().error));
 }
 
 std::string set_locate(const Thing &thing, bool on) {
     int error = 0;
     // Of two ways to an enclosure one that works is enough.
-    const bool found = with_bay(thing, [&](const Bay &bay) {
+    ReadFailures failures;
+    const bool found = with_bay(thing, failures, [&](const Bay &bay) {
         error = bay.folder.write("locate", on ? "1" : "0");
         return error != 0;
     });
+    if (!found && !failures.empty()) return failures.front().name + ": " + std::strerror(failures.front().error);
     if (!found) return "no enclosure has a bay '" + thing.id() + "'";
     if (error == ENOENT) return "the enclosure has no locating light for this bay";
     return error == 0 ? "" : std::strerror(error);

@@ -32,6 +32,14 @@ struct Answer {
     std::string words;
 };
 
+// A text that a call of the library hands out, from the moment that it does.
+template <class Call> int take_text(Text &place, Call call) {
+    char *text = nullptr;
+    const int result = call(&text);
+    place.reset(text);
+    return result;
+}
+
 template <class Call> Answer call_library(std::uint32_t category, Call call) {
     set_error_str(category, "%s", "");
     const int result = call();
@@ -92,22 +100,28 @@ void ask_size(Asked &asked) {
     std::uint64_t bytes = 0;
     std::uint64_t blocks = 0;
     Answer answer = call_library(TORVANE_ERROR_GEOMETRY, [&] { return get_block_size(asked.fd, &bytes); });
-    if (answer.result != 0) return miss(asked, "sector", "block size", answer.words);
+    if (answer.result != 0) {
+        for (const char *key : {"blocks", "size"}) asked.found.lacks(key, "the drive does not tell its block size");
+        return miss(asked, "sector", "block size", answer.words);
+    }
     asked.found.tell("sector", bytes, Source::kDrive);
     answer = call_library(TORVANE_ERROR_GEOMETRY, [&] { return get_number_of_blocks(asked.fd, bytes, &blocks); });
-    if (answer.result != 0) return miss(asked, "size", "number of blocks", answer.words);
+    if (answer.result != 0) {
+        miss(asked, "size", "number of blocks", answer.words);
+        return asked.found.lacks("blocks", asked.found.fact("size")->reason);
+    }
     asked.found.tell("blocks", blocks, Source::kDrive);
     asked.found.tell("size", blocks * bytes, Source::kDrive);
 }
 
 void ask_model(Asked &asked) {
     DeviceSpecification numbers{};
-    char *text = nullptr;
+    Text model;
     const Answer answer = call_library(TORVANE_ERROR_IDENTITY, [&] {
         get_device_stat(asked.fd, asked.path.c_str(), &numbers);
-        return get_drive_model(asked.fd, numbers.type, asked.path.c_str(), &text);
+        return take_text(
+            model, [&](char **text) { return get_drive_model(asked.fd, numbers.type, asked.path.c_str(), text); });
     });
-    const Text model(text);
     if (answer.result != 0) return miss(asked, "model", "model", answer.words);
     asked.found.tell("model", std::string(model.get()), Source::kDrive);
 }
@@ -115,11 +129,12 @@ void ask_model(Asked &asked) {
 // The library shortens some makers' serial numbers and wants the model for that: it comes after the model.
 void ask_serial(Asked &asked) {
     const std::string model = asked.found.text("model");
-    char *text = nullptr;
+    Text serial;
     const Answer answer = call_library(TORVANE_ERROR_IDENTITY, [&] {
-        return get_drive_serial(asked.fd, asked.path.c_str(), model.empty() ? nullptr : model.c_str(), &text);
+        const char *known = model.empty() ? nullptr : model.c_str();
+        return take_text(serial,
+                         [&](char **text) { return get_drive_serial(asked.fd, asked.path.c_str(), known, text); });
     });
-    const Text serial(text);
     if (answer.result != 0) return miss(asked, "serial", "serial number", answer.words);
     asked.found.tell("serial", std::string(serial.get()), Source::kDrive);
     if (!is_told(asked.found, "serial")) asked.found.lacks("serial", "the drive's serial number is empty");

@@ -78,10 +78,12 @@ std::string port_of(const Place &place);
 // SCSI hosts carry many disks each.
 class Hosts {
   public:
+    explicit Hosts(ReadFailures *failures) : failures_(failures) {}
     // Name of the host's driver: "ahci", "usb-storage"; "" when it does not tell.
     const std::string &driver(const std::string &host);
 
   private:
+    ReadFailures *failures_;
     std::unordered_map<std::string, std::string> drivers_;
 };
 

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <cstdlib>
 #include <optional>
 
@@ -100,7 +101,8 @@ std::vector<std::string> Entry::links() const {
     return found;
 }
 
-Database::Database() : files_("/run/udev/data"), udev_(udev_new(), release) {}
+Database::Database(ReadFailures *failures)
+    : failures_(failures), files_("/run/udev/data", failures), udev_(udev_new(), release) {}
 
 // The library opens every folder on the way to a device, thirty calls a disk: six times what all of /sys costs. Files
 // of the version that is known here are read as they are, others through the library.
@@ -116,12 +118,23 @@ Entry Database::entry(unsigned major, unsigned minor) const {
 
 Entry Database::asked(unsigned major, unsigned minor) const {
     Entry entry;
-    if (!udev_) return entry;
+    if (!udev_) {
+        failures_->push_back({"database", ENOMEM});
+        return entry;
+    }
+    errno = 0;
     const Device device(udev_device_new_from_devnum(udev_.get(), 'b', makedev(major, minor)), udev_device_unref);
-    if (!device) return entry;
-    entry.known = udev_device_get_is_initialized(device.get()) > 0;
-    udev_list_entry *property = nullptr;
-    udev_list_entry_foreach(property, udev_device_get_properties_list_entry(device.get())) {
+    if (!device) {
+        failures_->push_back({"database", errno});
+        return entry;
+    }
+    const int known = udev_device_get_is_initialized(device.get());
+    if (known < 0) failures_->push_back({"database", -known});
+    entry.known = known > 0;
+    // Every device has some.
+    udev_list_entry *property = udev_device_get_properties_list_entry(device.get());
+    if (property == nullptr) failures_->push_back({"database", errno == 0 ? ENOMEM : errno});
+    for (; property != nullptr; property = udev_list_entry_get_next(property)) {
         const char *value = udev_list_entry_get_value(property);
         if (value == nullptr) continue;
         entry.lines.append("\nE:").append(udev_list_entry_get_name(property)).append("=").append(value);

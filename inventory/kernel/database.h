@@ -26,12 +26,13 @@ struct Entry {
 
 class Database {
   public:
-    Database();
+    explicit Database(ReadFailures *failures);
     [[nodiscard]] Entry entry(unsigned major, unsigned minor) const;
 
   private:
     [[nodiscard]] Entry asked(unsigned major, unsigned minor) const;
 
+    ReadFailures *failures_;
     Folder files_;
     std::unique_ptr<udev, void (*)(udev *)> udev_;
 };

@@ -1,6 +1,8 @@
 // A folder of /sys, held open: its attributes are read by short names, which spares the kernel the way there.
 #pragma once
 
+#include "inventory/machine.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -10,12 +12,20 @@
 
 namespace inventory {
 
+// Something that is there could not be read. Its absence is no failure, and neither is a missing right.
+struct ReadFailure {
+    std::string name;
+    int error;
+};
+using ReadFailures = std::vector<ReadFailure>;
+
 class Folder {
   public:
     Folder() = default;
-    explicit Folder(const std::string &path);
+    // What fails here and in folders below it is noted there.
+    explicit Folder(const std::string &path, ReadFailures *failures = nullptr);
     Folder(const Folder &parent, const std::string &name);
-    Folder(Folder &&other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
+    Folder(Folder &&other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)), failures_(other.failures_) {}
     Folder &operator=(Folder &&other) noexcept;
     Folder(const Folder &) = delete;
     Folder &operator=(const Folder &) = delete;
@@ -38,12 +48,16 @@ class Folder {
     [[nodiscard]] int write(const char *name, std::string_view text) const;
 
   private:
+    void note(const char *name) const;
+
     int descriptor_ = -1;
+    ReadFailures *failures_ = nullptr;
 };
 
-// Why this process could not open what is there (too many open files, no memory): errno of the first time since the
-// last call; 0 when it never came to that. A missing attribute is no such thing.
-int take_shortage();
+// Moves what could not be read to the thing's troubles.
+void tell_failures(Thing &thing, ReadFailures &failures);
+// Of a whole source, named by its path; the same failure once.
+void tell_failures(Machine &machine, const std::string &source, ReadFailures &failures);
 
 // The part of a path behind its last slash.
 std::string last_part(std::string_view path);

@@ -78,7 +78,7 @@ std::string media_of(const Block &block) {
 const std::string &Hosts::driver(const std::string &host) {
     const auto [place, is_new] = drivers_.try_emplace(host);
     if (!is_new) return place->second;
-    const Folder folder("/sys/class/scsi_host/" + host);
+    const Folder folder("/sys/class/scsi_host/" + host, failures_);
     std::string name = folder.text("proc_name");
     // Drivers without a name of their own there.
     if (name.empty() || name.front() == '<' || name.front() == '(') name = last_part(folder.link("device/../driver"));

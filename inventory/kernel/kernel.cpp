@@ -42,11 +42,15 @@ struct Listed {
 using Listing = std::unordered_map<std::string, Listed>;
 
 // The kernel's list of everything that has a size: device numbers without a look into every folder.
-Listing read_partitions() {
+Listing read_partitions(Machine &machine) {
     Listing listing;
-    std::istringstream lines(Folder("/proc").text("partitions"));
+    ReadFailures failures;
+    std::istringstream lines(Folder("/proc", &failures).text("partitions"));
+    tell_failures(machine, "/proc/partitions", failures);
+    lines.exceptions(std::ios::badbit); // without memory
     for (std::string line; std::getline(lines, line);) {
         std::istringstream words(line);
+        words.exceptions(std::ios::badbit);
         Listed listed;
         std::string name;
         if (words >> listed.numbers.major >> listed.numbers.minor >> listed.kibibytes >> name) {
@@ -94,13 +98,21 @@ constexpr NameRow kStranger{"", ThingKind::kVirtual, "unknown", "", "virtual"};
 class KernelReader {
   public:
     KernelReader(Machine &machine, const KernelRequest &request)
-        : machine_(machine), request_(request), wanted_(request.keys), listing_(read_partitions()) {}
+        : machine_(machine), request_(request), wanted_(request.keys), listing_(read_partitions(machine)) {}
 
     void read() {
-        for (const std::string &name : names()) read_device(name);
-        for (const Block &block : compounds_) tell_members(machine_, block);
+        const std::vector<std::string> all = names();
+        tell_failures(machine_, kClass, failures_);
+        for (const std::string &name : all) {
+            read_device(name);
+            take_failures(machine_.find(name), name);
+        }
+        for (const Block &block : compounds_) {
+            tell_members(machine_, block);
+            take_failures(block.thing, block.name);
+        }
         if (!wanted_.uses()) return;
-        tell_mounts(machine_);
+        if (!tell_mounts(machine_) || !knows_all_) examined_.clear();
         conclude_uses(machine_, examined_);
     }
 
@@ -112,14 +124,26 @@ class KernelReader {
     void tell_kind(Block &block);
     void tell_all(Block &block);
     void tell_listed(const std::string &name, const Listed &listed);
+    // A device whose examination failed may hold what nobody knows of.
+    void take_failures(Thing *thing, const std::string &name) {
+        if (failures_.empty()) return;
+        if (thing == nullptr) {
+            knows_all_ = false;
+            return tell_failures(machine_, name, failures_);
+        }
+        examined_.erase(thing);
+        tell_failures(*thing, failures_);
+    }
 
     Machine &machine_;
     const KernelRequest &request_;
     Wanted wanted_;
     Listing listing_;
-    Folder class_{kClass};
-    Database database_;
-    Hosts hosts_;
+    ReadFailures failures_;
+    bool knows_all_ = true; // what cannot be placed may be a part of anything
+    Folder class_{kClass, &failures_};
+    Database database_{&failures_};
+    Hosts hosts_{&failures_};
     Examined examined_;
     std::deque<Block> compounds_; // arrays and mapped devices: their members may come later
 };
@@ -219,6 +243,8 @@ void KernelReader::tell_listed(const std::string &name, const Listed &listed) {
     for (const char *key : {"name", "path"}) thing.tell(key, "/dev/" + name, Source::kKernel, "/proc/partitions");
     thing.tell("type", std::string(parent == nullptr ? row.type : "part"), Source::kKernel, "/proc/partitions");
     thing.tell("size", listed.kibibytes * kKibibyte, Source::kKernel, "/proc/partitions");
+    const auto number = parse_number(name.substr(name.find_last_not_of("0123456789") + 1));
+    if (parent != nullptr && number) thing.tell("partn", *number, Source::kKernel, "/proc/partitions");
     tell_numbers(block, listed.numbers);
 }
 

@@ -57,10 +57,12 @@ void add(Points &points, Thing *thing, const char *point) {
     if (std::find(known.begin(), known.end(), point) == known.end()) known.emplace_back(point);
 }
 
-template <class Use> void for_each_line(libmnt_table *table, Use use) {
+// False without memory.
+template <class Use> bool for_each_line(libmnt_table *table, Use use) {
     const Iterator iterator(mnt_new_iter(MNT_ITER_FORWARD), mnt_free_iter);
     libmnt_fs *line = nullptr;
     while (iterator && mnt_table_next_fs(table, iterator.get(), &line) == 0) use(line);
+    return iterator != nullptr;
 }
 
 void note_failure(Machine &machine, const char *path, const char *remedy) {
@@ -69,32 +71,57 @@ void note_failure(Machine &machine, const char *path, const char *remedy) {
     machine.troubles.push_back({path, "", words, error == ENOENT ? remedy : "", true});
 }
 
-void read_mounts(Machine &machine, const Things &things, Points &points) {
+// The library passes over lines that it has no memory for, too.
+int note_line(libmnt_table *table, const char * /*file*/, int /*line*/) {
+    *static_cast<bool *>(mnt_table_get_userdata(table)) = true;
+    return 1;
+}
+
+// False, with errno, when not all of it was read.
+template <class Parse, class Use> bool read_table(const char *path, Parse parse, Use use) {
+    const Table table(mnt_new_table(), mnt_unref_table);
+    bool has_failed = false;
+    errno = ENOMEM;
+    if (!table || mnt_table_set_userdata(table.get(), &has_failed) != 0) return false;
+    mnt_table_set_parser_errcb(table.get(), note_line);
     errno = 0;
-    const Table table(mnt_new_table_from_file(kMounts), mnt_unref_table);
-    if (!table) return note_failure(machine, kMounts, "mount /proc");
-    for_each_line(table.get(), [&](libmnt_fs *line) {
+    const int result = parse(table.get(), path);
+    const bool is_cut = errno == ENOMEM; // a success to the library
+    // Without swap support there is no such file.
+    if (result == -ENOENT && path == kSwaps) return true;
+    errno = result < 0 ? -result : ENOMEM;
+    return result == 0 && !is_cut && for_each_line(table.get(), use) && !has_failed;
+}
+
+bool read_mounts(const Things &things, Points &points) {
+    bool is_whole = true;
+    const bool is_read = read_table(kMounts, mnt_table_parse_file, [&](libmnt_fs *line) {
         Thing *thing = things.with(mnt_fs_get_devno(line));
         // A file system over several devices (btrfs) has a number that is none of theirs.
         const char *source = mnt_fs_get_srcpath(line);
         if (thing == nullptr && source != nullptr) thing = things.at(source);
-        add(points, thing, mnt_fs_get_target(line));
+        const char *point = mnt_fs_get_target(line);
+        is_whole = is_whole && point != nullptr && mnt_fs_get_source(line) != nullptr;
+        add(points, thing, point);
     });
+    return is_read && is_whole;
 }
 
-void read_swaps(const Things &things, Points &points) {
-    const Table table(mnt_new_table(), mnt_unref_table);
-    // Without swap support there is no such file.
-    if (!table || mnt_table_parse_swaps(table.get(), kSwaps) != 0) return;
-    for_each_line(table.get(), [&](libmnt_fs *line) {
+bool read_swaps(const Things &things, Points &points) {
+    bool is_whole = true;
+    const bool is_read = read_table(kSwaps, mnt_table_parse_swaps, [&](libmnt_fs *line) {
         const char *source = mnt_fs_get_srcpath(line);
+        is_whole = is_whole && source != nullptr;
         if (source != nullptr) add(points, things.at(source), kSwapSpace);
     });
+    return is_read && is_whole;
 }
 
 // A mounted btrfs uses all of its devices, but the mount table names one.
-void spread_btrfs(Machine &machine, Points &points) {
-    const Folder all("/sys/fs/btrfs");
+bool spread_btrfs(Machine &machine, Points &points) {
+    constexpr const char *kBtrfs = "/sys/fs/btrfs";
+    ReadFailures failures;
+    const Folder all(kBtrfs, &failures);
     for (const std::string &id : all.names()) {
         std::vector<Thing *> devices;
         std::vector<std::string> places;
@@ -109,17 +136,23 @@ void spread_btrfs(Machine &machine, Points &points) {
             for (const std::string &place : places) add(points, device, place.c_str());
         }
     }
+    const bool is_whole = failures.empty();
+    tell_failures(machine, kBtrfs, failures);
+    return is_whole;
 }
 
 } // namespace
 
-void tell_mounts(Machine &machine) {
+bool tell_mounts(Machine &machine) {
     const Things things(machine);
     Points points;
-    read_mounts(machine, things, points);
-    read_swaps(things, points);
-    spread_btrfs(machine, points);
+    const bool has_mounts = read_mounts(things, points);
+    if (!has_mounts) note_failure(machine, kMounts, "mount /proc");
+    const bool has_swaps = read_swaps(things, points);
+    if (!has_swaps) note_failure(machine, kSwaps, "");
+    const bool has_btrfs = spread_btrfs(machine, points);
     for (auto &[thing, places] : points) thing->tell("mount_points", places, Source::kMounts, kMounts);
+    return has_mounts && has_swaps && has_btrfs;
 }
 
 } // namespace inventory

@@ -5,7 +5,8 @@
 
 namespace inventory {
 
-// Tells the mount points of every thing that has some.
-void tell_mounts(Machine &machine);
+// Tells the mount points of every thing that has some. False when not all of them are known, and then there is a
+// trouble: nobody can say that a device is free.
+bool tell_mounts(Machine &machine);
 
 } // namespace inventory

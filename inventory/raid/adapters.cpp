@@ -4,15 +4,9 @@
 
 #include <algorithm>
 #include <array>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <system_error>
 
 namespace inventory::raid {
 namespace {
-
-namespace fs = std::filesystem;
 
 // Names as /sys/bus/pci/drivers has them. cciss and mpt2sas are of older kernels. No tool of those after mvumi is read
 // here; their drives are no less hidden.
@@ -20,53 +14,32 @@ constexpr std::array<const char *, 19> kDrivers{
     "megaraid_sas", "mpi3mr",  "mpt3sas", "mpt2sas", "aacraid", "smartpqi", "hpsa", "cciss", "hpvsa",  "mvumi",
     "megaraid",     "3w-9xxx", "3w-sas",  "3w-xxxx", "arcmsr",  "hptiop",   "ips",  "stex",  "pmcraid"};
 
-std::vector<std::string> names_in(const fs::path &folder) {
-    std::vector<std::string> names;
-    std::error_code fault;
-    for (fs::directory_iterator entry(folder, fault), end; !fault && entry != end; entry.increment(fault)) {
-        names.push_back(entry->path().filename().string());
-    }
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
-// An attribute; they are a page at most.
-std::string attribute(const fs::path &path) {
-    std::ifstream file(path, std::ios::binary);
-    std::string text(4096, '\0');
-    file.read(text.data(), static_cast<std::streamsize>(text.size()));
-    text.resize(static_cast<std::size_t>(file.gcount()));
-    return text;
-}
-
-bool has_raid_volume(const std::string &pci) {
-    constexpr const char *kClass = "/sys/class/raid_devices";
-    const std::vector<std::string> volumes = names_in(kClass);
-    return std::any_of(volumes.begin(), volumes.end(), [&](const std::string &name) {
-        std::error_code fault;
-        const fs::path target = fs::read_symlink(fs::path(kClass) / name, fault);
-        return !fault && target.string().find("/" + pci + "/") != std::string::npos;
+bool has_raid_volume(const std::string &pci, ReadFailures &failures) {
+    const Folder volumes("/sys/class/raid_devices", &failures);
+    const std::vector<std::string> names = volumes.names();
+    return std::any_of(names.begin(), names.end(), [&](const std::string &name) {
+        return volumes.link(name.c_str()).find("/" + pci + "/") != std::string::npos;
     });
 }
 
 // As the driver tells it; BAD0 stands for a card without one.
-std::string serial_of(const std::vector<std::string> &hosts) {
+std::string serial_of(const std::vector<std::string> &hosts, ReadFailures &failures) {
     for (const std::string &host : hosts) {
-        std::string serial = told(attribute("/sys/class/scsi_host/" + host + "/serial_number"));
+        std::string serial = told(Folder("/sys/class/scsi_host/" + host, &failures).text("serial_number"));
         if (!serial.empty() && !same_word(serial, "BAD0")) return serial;
     }
     return {};
 }
 
-Adapter adapter_at(const std::string &pci, const std::string &driver) {
+Adapter adapter_at(const std::string &pci, const std::string &driver, ReadFailures &failures) {
     Adapter adapter;
     adapter.pci = pci;
     adapter.driver = driver;
-    for (const std::string &name : names_in("/sys/bus/pci/devices/" + pci)) {
+    for (const std::string &name : Folder("/sys/bus/pci/devices/" + pci, &failures).names()) {
         if (name.starts_with("host") && whole_number(name.substr(4))) adapter.hosts.push_back(name);
     }
-    adapter.serial = serial_of(adapter.hosts);
-    adapter.hides_drives = !driver.starts_with("mpt") || has_raid_volume(pci);
+    adapter.serial = serial_of(adapter.hosts, failures);
+    adapter.hides_drives = !driver.starts_with("mpt") || has_raid_volume(pci, failures);
     return adapter;
 }
 
@@ -75,11 +48,12 @@ std::string serial_in_page(const std::string &page) { return page.size() <= 4 ? 
 
 } // namespace
 
-std::vector<Adapter> bound_adapters() {
+std::vector<Adapter> bound_adapters(ReadFailures &failures) {
     std::vector<Adapter> adapters;
+    const Folder drivers("/sys/bus/pci/drivers", &failures);
     for (const char *driver : kDrivers) {
-        for (const std::string &name : names_in(fs::path("/sys/bus/pci/drivers") / driver)) {
-            if (!pci_address(name).empty()) adapters.push_back(adapter_at(name, driver));
+        for (const std::string &name : drivers.names(driver)) {
+            if (!pci_address(name).empty()) adapters.push_back(adapter_at(name, driver, failures));
         }
     }
     std::sort(adapters.begin(), adapters.end(),
@@ -87,17 +61,16 @@ std::vector<Adapter> bound_adapters() {
     return adapters;
 }
 
-std::vector<GenericNode> generic_nodes_without_disk() {
-    const fs::path all = "/sys/class/scsi_generic";
+std::vector<GenericNode> generic_nodes_without_disk(ReadFailures &failures) {
+    const Folder all("/sys/class/scsi_generic", &failures);
     std::vector<GenericNode> nodes;
-    for (const std::string &name : names_in(all)) {
-        const fs::path device = all / name / "device";
-        std::error_code fault;
-        if (fs::exists(device / "block", fault)) continue;
-        const std::string type = told(attribute(device / "type"));
-        const fs::path address = fs::canonical(device, fault).filename();
-        const std::string serial = serial_in_page(attribute(device / "vpd_pg80"));
-        if (type == "0" && !serial.empty()) nodes.push_back({"/dev/" + name, address.string(), serial});
+    for (const std::string &name : all.names()) {
+        const Folder device(all, name + "/device");
+        if (device.has("block")) continue;
+        const std::string type = told(device.text("type"));
+        const std::string serial = serial_in_page(device.bytes("vpd_pg80").value_or(""));
+        const std::string address = last_part(all.link((name + "/device").c_str()));
+        if (type == "0" && !serial.empty()) nodes.push_back({"/dev/" + name, address, serial});
     }
     return nodes;
 }

@@ -1,6 +1,8 @@
 // RAID controllers as the kernel knows them: PCI functions that a RAID driver is bound to, and their SCSI hosts.
 #pragma once
 
+#include "inventory/kernel/folder.h"
+
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,7 +19,7 @@ struct Adapter {
     bool hides_drives = true;
 };
 
-std::vector<Adapter> bound_adapters();
+std::vector<Adapter> bound_adapters(ReadFailures &failures);
 
 // A drive that the kernel reaches through a SCSI generic node alone: behind a RAID controller, not handed through.
 struct GenericNode {
@@ -26,6 +28,6 @@ struct GenericNode {
     std::string serial;
 };
 
-std::vector<GenericNode> generic_nodes_without_disk();
+std::vector<GenericNode> generic_nodes_without_disk(ReadFailures &failures);
 
 } // namespace inventory::raid

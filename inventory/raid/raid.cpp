@@ -96,8 +96,11 @@ std::vector<Answer> ask_all(const std::vector<Adapter> &adapters, milliseconds l
 } // namespace
 
 void read_raid(Machine &machine, const RaidRequest &request) {
-    const std::vector<Adapter> adapters = bound_adapters();
-    add_answers(machine, ask_all(adapters, request.limit), adapters, generic_nodes_without_disk());
+    ReadFailures failures;
+    const std::vector<Adapter> adapters = bound_adapters(failures);
+    const std::vector<GenericNode> generics = generic_nodes_without_disk(failures);
+    tell_failures(machine, "RAID controllers in /sys", failures);
+    add_answers(machine, ask_all(adapters, request.limit), adapters, generics);
 }
 
 } // namespace inventory

@@ -307,7 +307,7 @@ std::string spell(const Address &address) {
 
 using Arguments = std::vector<std::string>;
 
-void read_adapter(const Runner &run, const std::string &binary, Controller known, Survey &survey) {
+void read_adapter(const Runner &run, const std::string &binary, const Controller &known, Survey &survey) {
     const Arguments arguments{known.number, "DISPLAY"};
     const Reply reply = run(arguments);
     Page page(survey, command_of(binary, arguments), reply);

@@ -16,6 +16,7 @@ namespace {
 std::vector<std::string> folders_on_path() {
     const char *path = std::getenv("PATH");
     std::istringstream entries(path ? path : "");
+    entries.exceptions(std::ios::badbit); // without memory
     std::vector<std::string> folders;
     for (std::string entry; std::getline(entries, entry, ':');) {
         if (entry.starts_with('/')) folders.push_back(entry);

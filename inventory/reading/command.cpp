@@ -63,7 +63,25 @@ struct Pipe {
     }
 };
 
-std::string make_folder() {
+// Of a command that was never started.
+class ScratchFolder {
+  public:
+    ScratchFolder() : path_(make()) {}
+    ScratchFolder(const ScratchFolder &) = delete;
+    ScratchFolder &operator=(const ScratchFolder &) = delete;
+    ~ScratchFolder() {
+        if (!path_.empty()) rmdir(path_.c_str());
+    }
+    [[nodiscard]] const std::string &path() const { return path_; }
+    void leave_to_keeper() { path_.clear(); }
+
+  private:
+    static std::string make();
+
+    std::string path_;
+};
+
+std::string ScratchFolder::make() {
     for (const char *pattern : {"/tmp/torvane-XXXXXX", "/run/torvane-XXXXXX", "/var/tmp/torvane-XXXXXX"}) {
         std::string folder = pattern;
         if (mkdtemp(folder.data()) != nullptr) return folder;
@@ -99,19 +117,18 @@ class Run {
     explicit Run(const CommandLimits &limits) : limits_(limits) {}
 
     CommandResult of(std::vector<std::string> arguments) {
-        std::string folder = make_folder();
-        if (folder.empty()) return failed("no scratch folder");
-        std::vector<std::string> environment = environment_in(folder);
+        ScratchFolder folder;
+        if (folder.path().empty()) return failed("no scratch folder");
+        std::vector<std::string> environment = environment_in(folder.path());
         const std::vector<char *> argument_list = pointers_to(arguments);
         const std::vector<char *> environment_list = pointers_to(environment);
         deadline_ = Clock::now() + limits_.time;
-        const pid_t keeper = start({argument_list.data(), environment_list.data(), folder.c_str(), output_.writing,
-                                    errors_.writing, lifeline_.reading, report_.writing});
+        const pid_t keeper = start({argument_list.data(), environment_list.data(), folder.path().c_str(),
+                                    output_.writing, errors_.writing, lifeline_.reading, report_.writing});
         if (keeper < 0) {
-            const std::string why = std::strerror(errno);
-            rmdir(folder.c_str());
-            return failed("cannot start a process: " + why);
+            return failed(std::string("cannot start a process: ") + std::strerror(errno));
         }
+        folder.leave_to_keeper();
         attend();
         // One that is still there sleeps in the kernel; it goes when it wakes.
         for (int result = -1; keeper_ended_ && result < 0;) {

@@ -23,6 +23,7 @@ class Descriptor {
         if (fd_ >= 0) close(fd_);
     }
     [[nodiscard]] int get() const { return fd_; }
+    [[nodiscard]] int release() { return std::exchange(fd_, -1); }
     explicit operator bool() const { return fd_ >= 0; }
 
   private:

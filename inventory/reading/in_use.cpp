@@ -54,21 +54,6 @@ std::string unescaped(const std::string &text) {
     return result;
 }
 
-// proc(5): number, parent, major:minor, root, place, options, any number of fields, "-", type, source, options.
-bool parse_mount(const std::string &line, ForeignMount &mount) {
-    std::istringstream fields(line);
-    std::string field;
-    std::string place;
-    if (!(fields >> field >> field >> mount.number >> field >> place)) return false;
-    while (fields >> field && field != "-") {
-    }
-    std::string source;
-    if (!(fields >> field >> source)) return false;
-    mount.place = unescaped(place);
-    mount.source = unescaped(source);
-    return true;
-}
-
 void add_mounts(const std::string &process, std::vector<ForeignMount> &mounts) {
     const std::string folder = "/proc/" + process;
     std::ifstream table(folder + "/mountinfo");
@@ -85,6 +70,22 @@ void add_mounts(const std::string &process, std::vector<ForeignMount> &mounts) {
 }
 
 } // namespace
+
+// proc(5): number, parent, major:minor, root, place, options, any number of fields, "-", type, source, options.
+bool parse_mount(const std::string &line, ForeignMount &mount) {
+    std::istringstream fields(line);
+    fields.exceptions(std::ios::badbit); // without memory
+    std::string field;
+    std::string place;
+    if (!(fields >> field >> field >> mount.number >> field >> place)) return false;
+    while (fields >> field && field != "-") {
+    }
+    std::string source;
+    if (!(fields >> field >> source)) return false;
+    mount.place = unescaped(place);
+    mount.source = unescaped(source);
+    return true;
+}
 
 Claim ask_for_device_alone(const std::string &path, const std::string &number, std::chrono::milliseconds limit) {
     Claim result;

@@ -25,6 +25,9 @@ struct ForeignMount {
     std::string process; // the first one seen there, by number and name: "812 (postgres)"
 };
 
+// Fills number, source and place from a line of /proc/PID/mountinfo; false when it is none.
+bool parse_mount(const std::string &line, ForeignMount &mount);
+
 // All mounts of all mount namespaces but this process's own, each namespace once; those of other users' processes
 // only for root.
 std::vector<ForeignMount> mounts_elsewhere();

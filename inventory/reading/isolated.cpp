@@ -12,7 +12,11 @@ IsolatedOutcome run_isolated(const std::function<Wire()> &function, std::chrono:
     };
     const auto done = [&isolated](const Outcome &outcome) {
         isolated = {outcome.state, nullptr, outcome.words};
-        if (outcome.state == Outcome::State::kDone) isolated.result = Wire::from_msgpack(outcome.answer);
+        if (outcome.state != Outcome::State::kDone) return;
+        isolated.result = Wire::from_msgpack(outcome.answer, true, false);
+        if (isolated.result.is_discarded()) {
+            isolated = {Outcome::State::kCrashed, nullptr, "the reader's answer was no answer"};
+        }
     };
     do_jobs({{read, done}}, {.limit = limit, .tick = tick});
     return isolated;

@@ -32,6 +32,12 @@ constexpr const char *kNoResult = "the reader ended without a result";
 // the crew that they belonged to.
 std::vector<pid_t> left_behind; // NOLINT(cppcoreguidelines-avoid-non-const-global-variables)
 
+// Before there are more to leave behind: at that moment there may be no memory.
+void make_room(std::size_t processes) {
+    if (left_behind.capacity() - left_behind.size() >= processes) return;
+    left_behind.reserve(left_behind.size() + processes + kMostAlive);
+}
+
 // Never a wait: a killed process may sleep in the kernel for as long as its disk does.
 void reap() {
     std::erase_if(left_behind, [](pid_t pid) { return waitpid(pid, nullptr, WNOHANG) != 0; });
@@ -172,6 +178,8 @@ class Crew {
         const Descriptor theirs(ends[1]);
         worker.place = hired_;
         const std::optional<std::size_t> first = take_orphan();
+        make_room(workers_.size() + 1);
+        std::list<Worker> hired(1);
         const pid_t parent = getpid();
         worker.pid = fork();
         if (worker.pid == 0) {
@@ -185,7 +193,8 @@ class Crew {
         }
         setpgid(worker.pid, worker.pid); // whichever of the two comes first
         fcntl(worker.pipe.get(), F_SETFL, O_NONBLOCK);
-        workers_.push_back(std::move(worker));
+        hired.front() = std::move(worker);
+        workers_.splice(workers_.end(), hired);
         ++hired_;
         last_hired_ = now_milliseconds();
         return {};

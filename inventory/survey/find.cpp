@@ -111,8 +111,9 @@ bool has_serial_like(const Thing &thing, const std::string &text) {
 // Behind a maker's prefix ("WD-WCC4E1234567") is what the label shows.
 bool has_serial_behind_prefix(const Thing &thing, const std::string &text) {
     const std::string serial = thing.text("serial");
+    const std::string wanted = bare(text);
     const std::size_t dash = serial.find('-');
-    return dash != std::string::npos && bare(serial.substr(dash + 1)).starts_with(bare(text));
+    return dash != std::string::npos && !wanted.empty() && bare(serial.substr(dash + 1)).starts_with(wanted);
 }
 
 Things by_beginning(Machine &machine, const std::string &text) {

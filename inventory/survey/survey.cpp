@@ -2,7 +2,6 @@
 
 #include "inventory/bays/bays.h"
 #include "inventory/drives/drives.h"
-#include "inventory/kernel/folder.h"
 #include "inventory/kernel/kernel.h"
 #include "inventory/raid/raid.h"
 #include "inventory/survey/identity.h"
@@ -10,7 +9,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <string_view>
 
 namespace inventory {
@@ -67,21 +65,10 @@ void note_failed(Machine &machine) {
     }
 }
 
-void note_shortage(Machine &machine) {
-    if (const int error = take_shortage()) {
-        machine.troubles.push_back({"/sys",
-                                    {},
-                                    std::string("not all of it could be read: ") + std::strerror(error),
-                                    "raise the limit (ulimit -n), or close what else uses it up",
-                                    true});
-    }
-}
-
 } // namespace
 
 Machine survey(const Request &request) {
     Machine machine;
-    take_shortage(); // of an earlier look
     read_kernel(machine, {request.all, keys_of(request)});
     read_usb(machine);
     if (shows_bays(request)) read_bays(machine);
@@ -93,7 +80,6 @@ Machine survey(const Request &request) {
     }
     if (needs_identity(request)) relate_identities(machine);
     note_failed(machine);
-    note_shortage(machine);
     settle(machine);
     return machine;
 }

@@ -145,23 +145,32 @@ void read_interface(Machine &machine, const Interface &interface) {
     }
 }
 
+void read_candidate(Machine &machine, const Folder &devices, const std::string &name) {
+    Interface interface {
+        name, "", Folder(devices, name), {}, {}
+    };
+    interface.driver = last_part(interface.folder.link("driver"));
+    const bool is_free = interface.driver.empty() && interface.folder.text("bInterfaceClass") == kMassStorage;
+    if (!is_free && !is_storage_driver(interface.driver)) return;
+    interface.device = Folder(devices, name.substr(0, name.find(':')));
+    // A trailing part: the place is read off the folders above a device.
+    interface.place = place_of(devices.link(name.c_str()) + "/host");
+    read_interface(machine, interface);
+}
+
 } // namespace
 
 void read_usb(Machine &machine) {
-    const Folder devices(kUsbDevices);
-    for (const std::string &name : devices.names()) {
-        const std::size_t colon = name.find(':');
-        if (colon == std::string::npos) continue;
-        Interface interface {
-            name, "", Folder(devices, name), {}, {}
-        };
-        interface.driver = last_part(interface.folder.link("driver"));
-        const bool is_free = interface.driver.empty() && interface.folder.text("bInterfaceClass") == kMassStorage;
-        if (!is_free && !is_storage_driver(interface.driver)) continue;
-        interface.device = Folder(devices, name.substr(0, colon));
-        // A trailing part: the place is read off the folders above a device.
-        interface.place = place_of(devices.link(name.c_str()) + "/host");
-        read_interface(machine, interface);
+    ReadFailures failures;
+    const Folder devices(kUsbDevices, &failures);
+    const std::vector<std::string> names = devices.names();
+    tell_failures(machine, kUsbDevices, failures);
+    for (const std::string &name : names) {
+        if (name.find(':') == std::string::npos) continue;
+        read_candidate(machine, devices, name);
+        Thing *thing = machine.find(name);
+        if (thing != nullptr) tell_failures(*thing, failures);
+        tell_failures(machine, name, failures);
     }
 }
 

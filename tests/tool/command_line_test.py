@@ -60,6 +60,7 @@ class Usage(unittest.TestCase):
             (["list", "--filter", "sise > 1"], "did you mean 'SIZE'?"),
             (["list", "--filter", "model =~ '('"], "no extended regular expression"),
             (["nonsense"], "unknown command or device 'nonsense'"),
+            (["list", "--filter", "model =~ '" + "(" * 90000 + "'"], "the regular expression is too long"),
             (["list", "-o", "NONSENSE"], "unknown column 'NONSENSE'"),
             (["list", "-o", ","], "names no column"),
             (["list", "-J", "-P"], "excludes"),
@@ -184,12 +185,14 @@ class Documents(unittest.TestCase):
                 result = run("diff", folder + "/old", folder + "/new")
                 self.assertEqual((result.stdout.splitlines(), result.returncode), (told, 1 if told else 0), result.stderr)
                 jsonschema.validate(json.loads(run("diff", "-J", folder + "/old", folder + "/new").stdout), schema("diff"))
-        for wrong in ("", "[]", '{"schema_version": 2, "drives": []}', '{"schema_version": 1, "drives": [1]}'):
+        for wrong in ("", "[]", '{"schema_version": 2, "drives": []}', '{"schema_version": 1, "drives": [1]}',
+                      '{"schema_version": "1", "drives": []}',
+                      '{"schema_version": 1, "drives": [{"model": ' + "[" * 10**6 + "]" * 10**6 + "}]}"):
             with tempfile.NamedTemporaryFile("w") as file:
                 file.write(wrong)
                 file.flush()
                 result = run("check", "--expect", file.name)
-                self.assertEqual(result.returncode, 2, wrong)
+                self.assertEqual(result.returncode, 2, wrong[:99])
                 self.assertIn("not what 'torvane list --json' prints", result.stderr)
 
     def test_filters_and_orders_of_every_listing(self):

@@ -341,9 +341,10 @@ int select(int count, fd_set *read, fd_set *write, fd_set *error, timeval *timeo
     return answered("select", -1, answers().select, count, read, write, error, timeout);
 }
 
-// A failed fork() ends the calling process, by contract: no part of a sweep. A child is none of its parent's steps.
+// A child is none of its parent's steps.
 pid_t fork() noexcept {
     if (answers().fork) return *answers().fork();
+    if (answers().sweep_fork && fails_now(Step::kCall, "fork")) return -1;
     const pid_t child = next<pid_t()>("fork")();
     if (child == 0) stop_sweep();
     return child;
@@ -401,6 +402,24 @@ int inotify_add_watch(int fd, const char *path, uint32_t mask) noexcept {
     return passed("inotify_add_watch", -1, fd, path, mask);
 }
 
+// The calls that name a folder, and others of the inventory's alone.
+int openat(int folder, const char *path, int flags, ...) {
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    return passed("openat", -1, folder, path, flags, mode);
+}
+ssize_t readlinkat(int folder, const char *path, char *buffer, size_t size) noexcept {
+    return passed<ssize_t>("readlinkat", -1, folder, path, buffer, size);
+}
+int faccessat(int folder, const char *path, int mode, int flags) noexcept {
+    return passed("faccessat", -1, folder, path, mode, flags);
+}
+DIR *fdopendir(int folder) { return passed<DIR *>("fdopendir", nullptr, folder); }
+int unlinkat(int folder, const char *path, int flags) noexcept { return passed("unlinkat", -1, folder, path, flags); }
+ssize_t write(int fd, const void *data, size_t size) { return passed<ssize_t>("write", -1, fd, data, size); }
+
 int close(int fd) { return closed("close", -1, fd); }
 int fclose(FILE *stream) { return closed("fclose", EOF, stream); }
 
@@ -435,6 +454,19 @@ int udev_enumerate_add_match_subsystem(udev_enumerate *list, const char *subsyst
 int udev_enumerate_scan_devices(udev_enumerate *list) { return asked("udev_enumerate_scan_devices", -EIO, list); }
 udev_device *udev_device_new_from_syspath(udev *context, const char *path) {
     return asked<udev_device *>("udev_device_new_from_syspath", nullptr, context, path);
+}
+udev_device *udev_device_new_from_devnum(udev *context, char type, dev_t number) {
+    return asked<udev_device *>("udev_device_new_from_devnum", nullptr, context, type, number);
+}
+int udev_device_get_is_initialized(udev_device *device) {
+    return asked("udev_device_get_is_initialized", -ENOMEM, device);
+}
+udev_list_entry *udev_device_get_properties_list_entry(udev_device *device) {
+    return asked<udev_list_entry *>("udev_device_get_properties_list_entry", nullptr, device);
+}
+udev_list_entry *udev_device_get_devlinks_list_entry(udev_device *device) {
+    const Uncounted pause(!answers().sweep_udev);
+    return next<udev_list_entry *(udev_device *)>("udev_device_get_devlinks_list_entry")(device);
 }
 const char *udev_device_get_property_value(udev_device *device, const char *key) {
     const Uncounted pause(!answers().sweep_udev);

@@ -74,6 +74,7 @@ struct Answers {
     std::function<std::optional<int>(int count, fd_set *, fd_set *, fd_set *, timeval *timeout)> select;
 
     bool sweep_udev = false; // whether the steps of libudev are steps of a sweep, too
+    bool sweep_fork = false; // whether fork() is one: in the library a failed one ends the calling process, by contract
 
     // Device commands in the order made: "sda BLKSSZGET", "sg0 SG_IO 12 01 80 00 04 00".
     std::vector<std::string> log;

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <string_view>
 
 namespace torvane::world {
@@ -18,12 +19,14 @@ struct Errors {
     std::array<int, 3> errors;
 };
 constexpr Errors kErrors[] = {
-    {" open fopen opendir scandir glob mkdtemp pipe pipe2 inotify_init inotify_init1 ", {EMFILE, EIO, EINTR}},
-    {" ioctl fcntl readlink realpath access fstat lstat fstatat stat ", {EIO, ENODEV, EINTR}},
+    {" open openat fopen opendir fdopendir scandir glob mkdtemp pipe pipe2 inotify_init inotify_init1 ",
+     {EMFILE, EIO, EINTR}},
+    {" ioctl fcntl readlink readlinkat realpath access faccessat fstat lstat fstatat stat ", {EIO, ENODEV, EINTR}},
     {" fgets fread __isoc99_vfscanf read readdir getmntent_r ", {EIO, EINTR, ENODEV}},
-    {" fclose close fwrite mknod mkdir unlink rmdir remove ", {ENOSPC, EIO, EINTR}},
+    {" fclose close write fwrite mknod mkdir unlink unlinkat rmdir remove ", {ENOSPC, EIO, EINTR}},
     {" select poll ", {EINTR, ENOMEM, EBADF}},
     {" waitpid ", {EINTR, ECHILD}},
+    {" fork ", {EAGAIN, ENOMEM}},
 };
 
 // ENOMEM for an allocation, and for a call the one in this place of those that fit it.
@@ -60,7 +63,7 @@ void *const kRemoved = &blocks;
 
 size_t first_slot(const void *block) { return (reinterpret_cast<uintptr_t>(block) >> 4) % kMostBlocks; }
 
-[[maybe_unused]] void note(void *block) {
+void note(void *block) {
     if (!sweep.counting || block == nullptr || live_blocks > kMostBlocks / 2) return;
     size_t slot = first_slot(block);
     while (blocks[slot] != nullptr && blocks[slot] != kRemoved) slot = (slot + 1) % kMostBlocks;
@@ -68,7 +71,7 @@ size_t first_slot(const void *block) { return (reinterpret_cast<uintptr_t>(block
     ++live_blocks;
 }
 
-[[maybe_unused]] void forget(const void *block) {
+void forget(const void *block) {
     if (!tracking || block == nullptr) return;
     for (size_t slot = first_slot(block); blocks[slot] != nullptr; slot = (slot + 1) % kMostBlocks) {
         if (blocks[slot] != block) continue;
@@ -131,30 +134,32 @@ Trial try_with(const Failure &failure, const std::function<void()> &call, const 
 
 } // namespace torvane::world
 
-// The address sanitizer has an allocator of its own, which nobody may stand before; it looks for leaks itself.
-#if !defined(__SANITIZE_ADDRESS__)
-
 using torvane::world::fails_now;
 using torvane::world::Step;
 
 extern "C" {
 
-// The C library's own names of its allocator.
-void *__libc_malloc(size_t size);
-void *__libc_calloc(size_t count, size_t size);
-void *__libc_realloc(void *block, size_t size);
-void __libc_free(void *block);
+// The allocator by its own names: the C library's, or the address sanitizer's.
+#if defined(__SANITIZE_ADDRESS__)
+#define REAL(function) __interceptor_##function
+#else
+#define REAL(function) __libc_##function
+#endif
+void *REAL(malloc)(size_t size);
+void *REAL(calloc)(size_t count, size_t size);
+void *REAL(realloc)(void *block, size_t size);
+void REAL(free)(void *block);
 
 void *malloc(size_t size) noexcept {
     if (fails_now(Step::kAllocation, "allocation")) return nullptr;
-    void *block = __libc_malloc(size);
+    void *block = REAL(malloc)(size);
     torvane::world::note(block);
     return block;
 }
 
 void *calloc(size_t count, size_t size) noexcept {
     if (fails_now(Step::kAllocation, "allocation")) return nullptr;
-    void *block = __libc_calloc(count, size);
+    void *block = REAL(calloc)(count, size);
     torvane::world::note(block);
     return block;
 }
@@ -162,16 +167,29 @@ void *calloc(size_t count, size_t size) noexcept {
 void *realloc(void *block, size_t size) noexcept {
     if (fails_now(Step::kAllocation, "allocation")) return nullptr;
     torvane::world::forget(block);
-    void *grown = __libc_realloc(block, size);
+    void *grown = REAL(realloc)(block, size);
     torvane::world::note(grown != nullptr || size == 0 ? grown : block);
     return grown;
 }
 
 void free(void *block) noexcept {
     torvane::world::forget(block);
-    __libc_free(block);
+    REAL(free)(block);
 }
 
 } // extern "C"
 
+// The sanitizer's own would end the program where memory does.
+#if defined(__SANITIZE_ADDRESS__)
+void *operator new(size_t size) {
+    if (void *block = malloc(size == 0 ? 1 : size)) return block;
+    throw std::bad_alloc();
+}
+void *operator new[](size_t size) { return operator new(size); }
+void *operator new(size_t size, const std::nothrow_t & /*tag*/) noexcept { return malloc(size == 0 ? 1 : size); }
+void *operator new[](size_t size, const std::nothrow_t &tag) noexcept { return operator new(size, tag); }
+void operator delete(void *block) noexcept { free(block); }
+void operator delete[](void *block) noexcept { free(block); }
+void operator delete(void *block, size_t /*size*/) noexcept { free(block); }
+void operator delete[](void *block, size_t /*size*/) noexcept { free(block); }
 #endif

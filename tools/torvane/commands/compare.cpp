@@ -1,8 +1,13 @@
 #include "commands/compare.h"
 
+#include "output/messages.h"
+
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+#include <istream>
 #include <map>
+#include <set>
 
 namespace tool {
 namespace {
@@ -32,6 +37,29 @@ std::string identity_of(const Json &drive) {
 std::string bay_of(const Json &drive) {
     const std::string bay = text_of(drive, "bay");
     return bay.empty() ? "" : text_of(drive, "enclosure") + "/" + bay;
+}
+
+// Of a value that is nested deeper than any listing's nothing is kept: printing it would nest as many calls.
+Json parse(std::istream &stream) {
+    constexpr int kDeepest = 100;
+    bool is_too_deep = false;
+    Json document = Json::parse(
+        stream,
+        [&is_too_deep](int depth, Json::parse_event_t /*event*/, Json & /*parsed*/) {
+            is_too_deep = is_too_deep || depth > kDeepest;
+            return depth <= kDeepest;
+        },
+        false);
+    return is_too_deep ? Json() : document;
+}
+
+bool is_listing(const Json &document) {
+    if (!document.is_object()) return false;
+    const auto version = document.find("schema_version");
+    const auto drives = document.find("drives");
+    if (version == document.end() || drives == document.end() || *version != kSchemaVersion) return false;
+    return drives->is_array() &&
+           std::all_of(drives->begin(), drives->end(), [](const Json &drive) { return drive.is_object(); });
 }
 
 // Several paths lead to one drive: each is compared with its like.
@@ -66,23 +94,34 @@ void compare_drive(const Json &before, const Json &after, std::vector<Difference
     }
 }
 
+// The drives of each bay by their serial numbers: controllers count their bays alike, and several paths lead to a drive.
+std::map<std::string, std::set<std::string>> by_bay(const Json &document) {
+    std::map<std::string, std::set<std::string>> bays;
+    for (const Json &drive : document.at("drives")) bays[bay_of(drive)].insert(text_of(drive, "serial"));
+    bays.erase("");
+    return bays;
+}
+
 void compare_bays(const Json &before, const Json &after, std::vector<Difference> &differences) {
-    std::map<std::string, const Json *> old;
-    for (const Json &drive : before.at("drives")) old.emplace(bay_of(drive), &drive);
+    const auto old = by_bay(before);
     for (const Json &drive : after.at("drives")) {
         const auto found = old.find(bay_of(drive));
-        if (found == old.end() || found->first.empty()) continue;
-        const std::string serial = text_of(*found->second, "serial");
-        if (serial == text_of(drive, "serial")) continue;
+        if (found == old.end() || found->second.contains(text_of(drive, "serial"))) continue;
         Difference difference = about("changed", drive);
         difference.fact = "serial of bay " + found->first;
-        difference.before = serial;
+        difference.before = *found->second.begin();
         difference.after = text_of(drive, "serial");
         differences.push_back(std::move(difference));
     }
 }
 
 } // namespace
+
+Json listing_in(std::istream &stream, const std::string &file) {
+    Json document = parse(stream);
+    if (!is_listing(document)) throw WrongUsage(file + ": not what 'torvane list --json' prints");
+    return document;
+}
 
 std::vector<Difference> compare(const Json &before, const Json &after) {
     std::vector<Difference> differences;

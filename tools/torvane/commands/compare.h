@@ -3,10 +3,14 @@
 
 #include "output/table.h"
 
+#include <iosfwd>
 #include <string>
 #include <vector>
 
 namespace tool {
+
+// What `list --json` has printed; WrongUsage for anything else: a script must not take it for a machine without drives.
+Json listing_in(std::istream &stream, const std::string &file);
 
 struct Difference {
     std::string kind; // missing, new, moved, changed

@@ -26,20 +26,10 @@ struct DiffOptions {
 // Columns that tell which drive it is and where.
 constexpr const char *kColumns = "NAME,TYPE,MODEL,SERIAL,WWN,SIZE,FIRMWARE,ENCLOSURE,BAY,PORT,LOCATION";
 
-// WrongUsage for what is no listing of drives: a script must not take it for a machine without any.
 Json read_listing(const std::string &file) {
     std::ifstream stream(file);
     if (!stream) throw WrongUsage(file + ": " + std::strerror(errno));
-    Json document = Json::parse(stream, nullptr, false);
-    const auto refuse_it = [&file]() -> WrongUsage {
-        return WrongUsage(file + ": not what 'torvane list --json' prints");
-    };
-    if (document.is_discarded() || !document.is_object() || !document.contains("drives")) throw refuse_it();
-    if (document.value("schema_version", 0) != kSchemaVersion || !document.at("drives").is_array()) throw refuse_it();
-    for (const Json &drive : document.at("drives")) {
-        if (!drive.is_object()) throw refuse_it();
-    }
-    return document;
+    return listing_in(stream, file);
 }
 
 Json look(const DiffOptions &options, Troubles &troubles) {
