@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <iterator>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -30,8 +29,9 @@ inline std::string trimmed(const std::string &text) {
 inline std::string output_of(const std::string &command) { return trimmed(bytes_of(command)); }
 
 inline std::string content_of(const std::filesystem::path &path) {
-    std::ifstream file(path);
-    return trimmed(std::string(std::istreambuf_iterator<char>(file), {}));
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf(); // what a device that is just going cannot tell any more is empty
+    return trimmed(text.str());
 }
 
 // "/dev/sdc"

@@ -94,7 +94,7 @@ TEST_F(RemovableMachine, ListsWhatTheKernelLists) {
     }
     release_media_list(&list);
     EXPECT_EQ(sticks, (std::multiset<std::string>{"4C5300012301", "4C530001230101", "4C530001230102", "BARE0001",
-                                                  "PARTED0001"}));
+                                                  "EXTENDED0001", "HANGING0001", "PARTED0001"}));
     const Media one = look_up("4C530001230102");
     ASSERT_TRUE(one);
     EXPECT_STREQ(one->serial, "4C530001230102");

@@ -2,13 +2,11 @@
 #include "commands/calls.h"
 #include "commands/commands.h"
 #include "commands/mount_directory.h"
-#include "commands/usb_devices.h"
+#include "commands/usb_units.h"
 #include "output/table.h"
 #include "output/text.h"
 
 #include <nlohmann/json.hpp>
-
-#include <torvane.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -22,44 +20,69 @@ namespace fs = std::filesystem;
 using inventory::RelationKind;
 using inventory::Thing;
 
+constexpr std::chrono::milliseconds kClearing{5000};
+
 struct MountOptions {
     bool json = false;
     double timeout = kDefaultSeconds;
     std::string target;
 };
 
-// The directory, or the reason why there is none.
-Wire mount_in_child(const std::string &serial) {
-    char *directory = nullptr;
-    if (create_and_mount_in_temp_dir(serial.c_str(), &directory) != 0) {
-        return {
-            {"error", words_about({TORVANE_ERROR_MOUNT, TORVANE_ERROR_DEVICE}, "the file system cannot be mounted")}};
-    }
-    const std::unique_ptr<char, decltype(&std::free)> owned(directory, &std::free);
-    const std::string trouble = harden_mounts(directory);
-    if (trouble.empty()) return {{"directory", std::string(directory)}};
-    end_mounts(directory);
-    return {{"error", trouble}};
+// "" or why not.
+std::string check_unit(const ScsiDeviceInfo &unit) {
+    if (unit.state == STATE_UNBOUND) return "not bound to its driver: 'torvane usb bind' binds it";
+    char **names = nullptr;
+    std::uint32_t count = 0;
+    if (unit.name == nullptr || get_partition_names(&names, &count, unit.name) != 0) return words_of_failure();
+    const int bad = check_single_node_for_bad_filesystem(&unit, names, count);
+    release_partition_names(names, &count);
+    if (bad == 1) return "it has a file system of its own and partitions as well, which could be read either way";
+    return bad == 0 ? "" : words_of_failure();
+}
+
+std::string mount_below(const UsbChoice &choice, const std::string &directory) {
+    const UsbUnits units(choice);
+    return units.for_each([&](ScsiDeviceInfo &unit) {
+        const std::string words = check_unit(unit);
+        if (!words.empty()) set_error_str(TORVANE_ERROR_MOUNT, "%s", words.c_str());
+        if (!words.empty() || add_scsi_device_nodes_at(&unit, directory.c_str()) != 0) return -1;
+        if (mount_all_devices(directory.c_str()) != 0) return -1;
+        const std::string trouble = harden_mounts(directory);
+        if (trouble.empty()) return 0;
+        set_error_str(TORVANE_ERROR_MOUNT, "%s", trouble.c_str());
+        return -1;
+    });
+}
+
+// In a process of its own; "" or why not.
+std::string in_a_process(const std::function<std::string()> &action, std::chrono::milliseconds limit) {
+    const Ended ended = run_isolated(
+        [&action]() -> Wire {
+            const std::string words = action();
+            return words.empty() ? Wire(nullptr) : Wire{{"error", words}};
+        },
+        limit);
+    return error_of(ended);
+}
+
+bool is_extended(const Thing &part) {
+    const std::string type = part.text("part_type");
+    return type == "0x5" || type == "0xf" || type == "0x85";
 }
 
 std::string contents_of(const Thing &thing) {
-    const std::string name = short_name(thing.text("name"));
     const std::string type = thing.text("fs_type");
-    const std::string partition_type = thing.text("part_type");
-    const bool is_extended = partition_type == "0x5" || partition_type == "0xf" || partition_type == "0x85";
-    if (is_extended) return name + " is an extended partition, which holds no file system itself";
-    return name + (type.empty() ? " has no file system that is known here" : " has " + type);
+    return short_name(thing.text("name")) + (type.empty() ? " has no file system that is known here" : " has " + type);
 }
 
 // What the stick holds, for people whose mount failed with a number.
 std::string contents_of(const UsbChoice &choice) {
+    const Thing &device = *choice.devices.front();
     std::string words;
-    for (const Thing *device : choice.devices) {
-        std::vector<Thing *> parts = device->related_to(RelationKind::kPartOf);
-        if (parts.empty()) words += (words.empty() ? "" : "; ") + contents_of(*device);
-        for (const Thing *part : parts) words += (words.empty() ? "" : "; ") + contents_of(*part);
+    for (const Thing *part : device.related_to(RelationKind::kPartOf)) {
+        words += (words.empty() ? "" : "; ") + contents_of(*part);
     }
-    return words.empty() ? "it has no medium" : words;
+    return words.empty() ? contents_of(device) : words;
 }
 
 int failed(const std::string &target, const std::string &words) {
@@ -67,14 +90,41 @@ int failed(const std::string &target, const std::string &words) {
     return kFailed;
 }
 
+// What cannot be mounted whoever tries; "" for what may be.
+std::string objection_to(const UsbChoice &choice) {
+    if (choice.devices.size() > 1) return "has several devices: name one of them";
+    const Thing &device = *choice.devices.front();
+    if (device.number("size") == 0U) return "has no medium";
+    for (const Thing *part : device.related_to(RelationKind::kPartOf)) {
+        if (!is_extended(*part)) continue;
+        return short_name(part->text("name")) +
+               " is an extended partition, which holds no file system itself: nothing is mounted";
+    }
+    return {};
+}
+
+// Of a mount that failed, or whose process had to be killed.
+void clear(const std::string &directory) {
+    const std::string words = in_a_process([&directory] { return end_mounts(directory); }, kClearing);
+    if (words.empty()) return;
+    complain(directory + ": is left behind: " + words + "; 'torvane umount " + directory + "' removes it");
+}
+
 int mount(const MountOptions &options) {
     const auto limit = to_limit(options.timeout);
     UsbChoice choice;
     if (!choose_usb(options.target, limit, choice)) return kFailed;
-    const Ended ended = run_isolated([&choice] { return mount_in_child(choice.serial); }, limit);
-    const std::string words = error_of(ended);
-    if (!words.empty()) return failed(options.target, contents_of(choice) + " (" + words + ")");
-    const auto directory = ended.result.at("directory").get<std::string>();
+    if (const std::string words = objection_to(choice); !words.empty()) return failed(options.target, words);
+    // Made here: whatever becomes of the process that mounts, its place is known.
+    std::string directory;
+    if (const std::string words = make_mount_directory(directory); !words.empty()) {
+        return failed(options.target, words);
+    }
+    const std::string words = in_a_process([&] { return mount_below(choice, directory); }, limit);
+    if (!words.empty()) {
+        clear(directory);
+        return failed(options.target, contents_of(choice) + " (" + words + ")");
+    }
     if (options.json) {
         print_json({{"schema_version", kSchemaVersion}, {"directory", directory}}, stdout);
     } else {
@@ -83,14 +133,8 @@ int mount(const MountOptions &options) {
     return kDone;
 }
 
-int end_in_child(const std::string &directory, std::chrono::milliseconds limit) {
-    const Ended ended = run_isolated(
-        [&directory]() -> Wire {
-            const std::string trouble = end_mounts(directory);
-            return trouble.empty() ? Wire(nullptr) : Wire{{"error", trouble}};
-        },
-        limit);
-    const std::string words = error_of(ended);
+int end(const std::string &directory, std::chrono::milliseconds limit) {
+    const std::string words = in_a_process([&directory] { return end_mounts(directory); }, limit);
     return words.empty() ? static_cast<int>(kDone) : failed(directory, words);
 }
 
@@ -107,7 +151,7 @@ int umount(const MountOptions &options) {
     const auto limit = to_limit(options.timeout);
     std::error_code none;
     if (options.target.find('/') != std::string::npos && !fs::is_block_file(options.target, none)) {
-        return end_in_child(options.target, limit);
+        return end(options.target, limit);
     }
     UsbChoice choice;
     if (!choose_usb(options.target, limit, choice)) return kFailed;
@@ -118,7 +162,7 @@ int umount(const MountOptions &options) {
     }
     if (directories.empty()) return failed(options.target, "not mounted by 'torvane mount'");
     int status = kDone;
-    for (const std::string &directory : directories) status = std::max(status, end_in_child(directory, limit));
+    for (const std::string &directory : directories) status = std::max(status, end(directory, limit));
     return status;
 }
 

@@ -4,10 +4,12 @@
 #include <fcntl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <functional>
@@ -17,6 +19,7 @@
 namespace tool {
 namespace {
 
+constexpr const char *kPlace = "/tmp";
 constexpr std::string_view kPrefix = "torvane.";
 constexpr std::size_t kRandom = 6; // characters that mkdtemp(3) chooses
 constexpr std::string_view kMount = "_mount";
@@ -133,6 +136,16 @@ int harden(const char *path) {
 
 bool is_made_by_mount(const std::string &directory) {
     return is_made_name(directory.substr(directory.find_last_of('/') + 1));
+}
+
+std::string make_mount_directory(std::string &directory) {
+    struct statvfs about {};
+    if (statvfs(kPlace, &about) == 0 && (about.f_flag & ST_NODEV) != 0) {
+        return std::string(kPlace) + " is mounted nodev, so that no device opens there: 'mount -o remount,dev " +
+               kPlace + "' allows it";
+    }
+    directory = std::string(kPlace) + "/" + std::string(kPrefix) + std::string(kRandom, 'X');
+    return mkdtemp(directory.data()) != nullptr ? "" : std::string(kPlace) + ": " + std::strerror(errno);
 }
 
 std::string harden_mounts(const std::string &directory) {

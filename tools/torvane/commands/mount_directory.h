@@ -8,6 +8,9 @@ namespace tool {
 // Whether it has a name of those that 'torvane mount' makes.
 bool is_made_by_mount(const std::string &directory);
 
+// A new directory of that kind, for the caller alone; "" or why there is none.
+std::string make_mount_directory(std::string &directory);
+
 // Mounts that the library made "read-only" may still run programs and hold device nodes: not so here. "" or why not.
 std::string harden_mounts(const std::string &directory);
 

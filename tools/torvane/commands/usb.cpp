@@ -3,14 +3,13 @@
 #include "commands/commands.h"
 #include "commands/devices.h"
 #include "commands/looks.h"
-#include "commands/usb_devices.h"
+#include "commands/usb_units.h"
 #include "inventory/reading/in_use.h"
 #include "inventory/survey/survey.h"
 
-#include <torvane.h>
-
-#include <array>
+#include <algorithm>
 #include <memory>
+#include <thread>
 
 namespace tool {
 namespace {
@@ -19,6 +18,7 @@ using inventory::RelationKind;
 using inventory::Thing;
 using inventory::ThingKind;
 
+constexpr std::chrono::milliseconds kPause{50};
 const std::vector<std::string> kStates{"unbound", "bound", "node"};
 constexpr unsigned kUsbKinds =
     inventory::bit(ThingKind::kUsbInterface) | inventory::bit(ThingKind::kDrive) | inventory::bit(ThingKind::kOptical);
@@ -78,7 +78,7 @@ bool may_go(const UsbChoice &choice, const char *what, std::chrono::milliseconds
     bool may = true;
     for (const Thing *device : choice.devices) {
         for (const std::string &user : users_of(*device)) {
-            complain("'" + choice.serial + "' is in use: " + user);
+            complain("'" + choice.name + "' is in use: " + user);
             may = false;
         }
         const std::string path = device->text("path");
@@ -86,19 +86,20 @@ bool may_go(const UsbChoice &choice, const char *what, std::chrono::milliseconds
         // Containers and services have mounts of their own, and programs hold devices open.
         const inventory::Claim claim = inventory::ask_for_device_alone(path, device->text("maj_min"), limit);
         if (claim.state != inventory::Claim::State::kUsed) continue;
-        complain("'" + choice.serial + "' is in use: " + claim.words);
+        complain("'" + choice.name + "' is in use: " + claim.words);
         may = false;
     }
     if (!may) complain(std::string("free it first, or ") + what + " it all the same with --force");
     return may;
 }
 
-// A change of the library's, in a process that may hang on the device without harm.
-int change(const UsbOptions &options, const std::function<int()> &action, const char *what) {
+// A change of every device of the choice, in a process that may hang on one without harm.
+int change(const UsbOptions &options, const UsbChoice &choice, const std::function<int(ScsiDeviceInfo &unit)> &action,
+           const char *what) {
     const Ended ended = run_isolated(
-        [&action]() -> Wire {
-            if (action() == 0) return nullptr;
-            return {{"error", words_about({TORVANE_ERROR_MOUNT, TORVANE_ERROR_DEVICE}, "the kernel refused")}};
+        [&]() -> Wire {
+            const std::string words = UsbUnits(choice).for_each(action);
+            return words.empty() ? Wire(nullptr) : Wire{{"error", words}};
         },
         to_limit(options.timeout));
     const std::string words = error_of(ended);
@@ -112,7 +113,7 @@ bool has_node_already(const UsbChoice &choice, std::uint32_t state) {
     if (state != STATE_NODE) return false;
     for (const Thing *device : choice.devices) {
         if (device->text("status") != "node") continue;
-        complain("'" + choice.serial + "' has its node already: " + device->text("path"));
+        complain("'" + choice.name + "' has its node already: " + device->text("path"));
         return true;
     }
     return false;
@@ -126,37 +127,43 @@ int set_state(const UsbOptions &options) {
     if (has_node_already(choice, number)) return kFailed;
     if (!options.force && !may_go(choice, "change", to_limit(options.timeout))) return kFailed;
     return change(
-        options, [&] { return change_state(choice.serial.c_str(), number); }, "change the state of");
+        options, choice, [number](ScsiDeviceInfo &unit) { return change_scsi_device_state(&unit, number); },
+        "change the state of");
+}
+
+// The time limit of the process that waits ends this.
+int wait_for_node(ScsiDeviceInfo &unit) {
+    while (has_device_node(&unit) != 1) std::this_thread::sleep_for(kPause);
+    return 0;
 }
 
 int bind(const UsbOptions &options) {
     UsbChoice choice;
     if (!choose_usb(options.text, to_limit(options.timeout), choice)) return kFailed;
-    // The wait undoes a bind that came to nothing, and with it whatever was bound before.
-    if (options.wait && !may_go(choice, "bind", to_limit(options.timeout))) return kFailed;
-    const auto bind_it = options.wait ? bind_to_driver_with_wait_for_devices : bind_to_driver;
-    return change(
-        options, [&] { return bind_it(choice.serial.c_str()); }, "bind");
+    const auto bind_it = [&options](ScsiDeviceInfo &unit) {
+        if (bind_scsi_device_to_driver(&unit) != 0) return -1;
+        return options.wait ? wait_for_node(unit) : 0;
+    };
+    return change(options, choice, bind_it, "bind");
+}
+
+int wait_until_gone(const std::string &node, std::chrono::milliseconds limit) {
+    const auto seconds = static_cast<std::uint32_t>(limit.count() / 1000);
+    if (wait_till_file_is_deleted("/dev", node.c_str(), seconds) == 0) return 0;
+    set_error_str(TORVANE_ERROR_MOUNT, "unbound, but /dev/%s is still there", node.c_str());
+    return -1;
 }
 
 int unbind(const UsbOptions &options) {
     UsbChoice choice;
     if (!choose_usb(options.text, to_limit(options.timeout), choice)) return kFailed;
     if (!options.force && !may_go(choice, "unbind", to_limit(options.timeout))) return kFailed;
-    const auto unbind_all = [&] {
-        if (unbind_from_driver(choice.serial.c_str()) != 0) return -1;
-        const auto seconds = static_cast<std::uint32_t>(to_limit(options.timeout).count() / 1000);
-        for (const Thing *device : choice.devices) {
-            const std::string path = device->text("path");
-            if (!options.wait || path.empty()) continue;
-            const std::string name = path.substr(path.find_last_of('/') + 1);
-            if (wait_till_file_is_deleted("/dev", name.c_str(), seconds) == 0) continue;
-            set_error_str(TORVANE_ERROR_MOUNT, "unbound, but %s is still there", path.c_str());
-            return -1;
-        }
-        return 0;
+    const auto unbind_it = [&options](ScsiDeviceInfo &unit) {
+        const std::string node = unit.name == nullptr ? "" : unit.name;
+        if (unbind_scsi_device_from_driver(&unit) != 0) return -1;
+        return options.wait && !node.empty() ? wait_until_gone(node, to_limit(options.timeout)) : 0;
     };
-    return change(options, unbind_all, "unbind");
+    return change(options, choice, unbind_it, "unbind");
 }
 
 } // namespace

@@ -3,9 +3,14 @@
 #include "output/text.h"
 
 #include <algorithm>
+#include <thread>
 
 namespace tool {
 namespace {
+
+using Clock = std::chrono::steady_clock;
+constexpr std::chrono::milliseconds kSettling{5000};
+constexpr std::chrono::milliseconds kPause{200};
 
 using inventory::RelationKind;
 using inventory::Thing;
@@ -15,37 +20,30 @@ bool is_usb(const Thing &thing) {
     return thing.kind() == ThingKind::kUsbInterface || !thing.related(RelationKind::kOnUsb).empty();
 }
 
-// How many interfaces and devices the library's comparison fits.
-std::size_t fitting(const inventory::Machine &machine, const std::string &serial) {
-    const auto fits = [&](const Thing &thing) { return is_usb(thing) && thing.text("serial").starts_with(serial); };
-    std::vector<const Thing *> found;
-    for (const Thing &thing : machine.things()) {
-        if (!fits(thing)) continue;
-        // A device of an interface that fits is meant with it.
-        const std::vector<Thing *> interfaces = thing.related(RelationKind::kOnUsb);
-        if (interfaces.empty() || !fits(*interfaces.front())) found.push_back(&thing);
+// A stick's interface and its only device are one to people, and a card reader's serial number means all of it.
+void merge_devices(std::vector<Thing *> &things, const std::string &text) {
+    for (Thing *&thing : things) {
+        const std::vector<Thing *> interfaces = thing->related(RelationKind::kOnUsb);
+        const bool is_meant = !interfaces.empty() && interfaces.front()->text("serial").starts_with(text) &&
+                              (thing->text("serial") == interfaces.front()->text("serial") ||
+                               std::find(things.begin(), things.end(), interfaces.front()) != things.end());
+        if (is_meant) thing = interfaces.front();
     }
-    return found.size();
+    std::sort(things.begin(), things.end());
+    things.erase(std::unique(things.begin(), things.end()), things.end());
 }
 
-// A stick's interface and its devices are one to people, and so are the slots of a reader that share its number.
-void merge_devices(std::vector<Thing *> &things) {
-    const auto interface_of = [](const Thing *thing) {
-        const std::vector<Thing *> interfaces = thing->related(RelationKind::kOnUsb);
-        return interfaces.empty() ? nullptr : interfaces.front();
-    };
-    const auto is_with_first = [&](const Thing *thing) {
-        Thing *interface = interface_of(thing);
-        return interface != nullptr && interface == interface_of(things.front()) &&
-               interface->text("serial") == thing->text("serial");
-    };
-    if (things.size() > 1 && std::all_of(things.begin(), things.end(), is_with_first)) {
-        things = {interface_of(things.front())};
-    }
-    std::erase_if(things, [&](const Thing *thing) {
-        const std::vector<Thing *> interfaces = thing->related(RelationKind::kOnUsb);
-        return !interfaces.empty() && std::find(things.begin(), things.end(), interfaces.front()) != things.end();
-    });
+bool choose_once(const std::string &text, std::chrono::milliseconds limit, UsbChoice &choice) {
+    Found found = look_up(text, limit, is_usb);
+    merge_devices(found.things, text);
+    Thing *thing = only_one(found, text, "USB storage, which 'torvane usb' lists");
+    if (thing == nullptr) return false;
+    const bool is_interface = thing->kind() == ThingKind::kUsbInterface;
+    choice.interface = is_interface ? thing : thing->related(RelationKind::kOnUsb).front();
+    choice.devices = is_interface ? thing->related_to(RelationKind::kOnUsb) : std::vector<Thing *>{thing};
+    choice.name = thing->text("serial").empty() ? thing->id() : thing->text("serial");
+    choice.machine = std::move(found.machine);
+    return true;
 }
 
 void add_users(const Thing &thing, std::vector<std::string> &users) {
@@ -70,23 +68,14 @@ std::vector<std::string> users_of(const Thing &device) {
 }
 
 bool choose_usb(const std::string &text, std::chrono::milliseconds limit, UsbChoice &choice) {
-    Found found = look_up(text, limit, is_usb);
-    merge_devices(found.things);
-    Thing *thing = only_one(found, text, "USB storage, which 'torvane usb' lists");
-    if (thing == nullptr) return false;
-    const bool is_interface = thing->kind() == ThingKind::kUsbInterface;
-    choice.interface = is_interface ? thing : thing->related(RelationKind::kOnUsb).front();
-    choice.devices = is_interface ? thing->related_to(RelationKind::kOnUsb) : std::vector<Thing *>{thing};
-    choice.serial = thing->text("serial");
-    choice.machine = std::move(found.machine);
-    if (choice.serial.empty()) {
-        complain("'" + text + "' has no serial number, and only by one can its state be changed");
-        return false;
+    const auto end = Clock::now() + std::min(limit, kSettling);
+    bool is_one = choose_once(text, limit, choice);
+    while (is_one && choice.devices.empty() && Clock::now() < end) {
+        std::this_thread::sleep_for(kPause);
+        is_one = choose_once(text, limit, choice);
     }
-    if (fitting(choice.machine, choice.serial) == 1) return true;
-    complain("the serial number " + choice.serial + " of '" + text +
-             "' begins another one's: which of them is meant cannot be told");
-    return false;
+    if (is_one && choice.devices.empty()) complain("'" + choice.name + "' has no device of storage");
+    return is_one && !choice.devices.empty();
 }
 
 } // namespace tool
