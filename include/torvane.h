@@ -472,7 +472,7 @@ pid_t execute(const char *command, FILE **input, FILE **output, FILE **error) TO
  * to open '%s'". */
 int read_value_from_sys_file(const char *path, const char *format, void *place) TORVANE_NOEXCEPT;
 
-/* The same for one string, as a heap string; values are cut at 167 characters. */
+/* As read_value_from_sys_file(), for one string, as a heap string; values are cut at 167 characters. */
 int allocate_value_from_sys_file(const char *path, const char *format, char **value) TORVANE_NOEXCEPT;
 
 /* An attribute of a block device (/dev/sda) or SCSI generic device (/dev/sg0) given by its device path, from
@@ -505,7 +505,7 @@ char *get_name_from_device_id(uint32_t major, uint32_t minor) TORVANE_NOEXCEPT;
  * hand in 60 bytes or more. */
 int get_scsi_generic_name(const char *path, size_t size, char *buffer) TORVANE_NOEXCEPT;
 
-/* The same as a heap string; a device without a generic node is a failure here. */
+/* As get_scsi_generic_name(), a heap string; a device without a generic node is a failure here. */
 int allocate_scsi_generic_name(const char *path, char **name) TORVANE_NOEXCEPT;
 
 /* The block device of a SCSI generic node: its length; 0 when the path is no generic node or the link is
@@ -653,7 +653,7 @@ int get_drive_by_id(DriveList *list, DriveOptions options, uint32_t major, uint3
  * no memory for the names), which leaves it as it was. Zero it first, and both are one. */
 int get_drives(DriveList *list, DriveOptions options, const char *const *names, uint32_t count) TORVANE_NOEXCEPT;
 
-/* The same for names that are already merged. */
+/* As get_drives(), for names that are already merged. */
 int get_drives_from_names(DriveList *list, DriveOptions options, const char *const *names,
                           uint32_t count) TORVANE_NOEXCEPT;
 
@@ -736,7 +736,7 @@ int get_device_rotation(int fd, const char *path, int32_t *rotation) TORVANE_NOE
  * its names are not freed, here and in the next two: hand in a zeroed list. After a failure it is empty. */
 int get_partitions(const char *path, PartitionList *partitions) TORVANE_NOEXCEPT;
 
-/* The same for a kernel name, and for an open file of that form. 0, or -1. */
+/* As get_partitions(), for a kernel name, and for an open file of the form of /proc/partitions. 0, or -1. */
 int get_partition(const char *name, PartitionList *partitions) TORVANE_NOEXCEPT;
 int parse_partition(FILE *file, const char *name, PartitionList *partitions) TORVANE_NOEXCEPT;
 
@@ -1071,7 +1071,7 @@ int delete_node_in(const char *name, const char *directory) TORVANE_NOEXCEPT;
 int add_scsi_device_nodes_at(ScsiDeviceInfo *device, const char *directory) TORVANE_NOEXCEPT;
 int delete_scsi_device_nodes_at(ScsiDeviceInfo *device, const char *directory) TORVANE_NOEXCEPT;
 
-/* The same for an interface's devices by serial number. Nodes are made for every device when the text
+/* Nodes of an interface's devices, by serial number. They are made for every device when the text
  * begins the USB serial number, else for the devices whose own serial number it begins; they are deleted
  * only for devices where it begins both. A failure to make one deletes, by that narrower choice, the nodes of
  * all devices in the directory, those that were there before the call included. */
@@ -1106,7 +1106,7 @@ int bind_device_to_driver(MediaRecord *media, const char *serial) TORVANE_NOEXCE
  * serial number is unbound whatever the new state. 0 also when nothing matches. */
 int change_device_state(MediaRecord *media, const char *serial, uint32_t new_state) TORVANE_NOEXCEPT;
 
-/* The same for the interface that get_usb_mass_storage_device() finds. */
+/* As change_device_state() and its kin, for the interface that get_usb_mass_storage_device() finds. */
 int change_state(const char *serial, uint32_t new_state) TORVANE_NOEXCEPT;
 int bind_to_driver(const char *serial) TORVANE_NOEXCEPT;
 int unbind_from_driver(const char *serial) TORVANE_NOEXCEPT;

@@ -14,6 +14,8 @@ import tempfile
 import unittest
 from concurrent.futures import ThreadPoolExecutor
 
+from prometheus_client.openmetrics import parser as openmetrics
+
 TORVANE, ON_MACHINE, ROOT = (os.path.abspath(word) for word in sys.argv[1:4])
 RACK = pathlib.Path(ROOT, "tests", "tool", "machine")
 
@@ -103,7 +105,7 @@ class Switches(unittest.TestCase):
             os.symlink(TORVANE, place / name / "torvane")
         place.joinpath("hanging", "storcli64").write_text("#!/bin/sh\nexec sleep 60\n", encoding="utf-8")
         place.joinpath("hanging", "storcli64").chmod(0o755)
-        old = {"schema_version": 1, "drives": [{"name": "sdz", "serial": "GONE1"}]}
+        old = {"schema_version": 1, "drives": [{"name": "sdz", "serial": "GONE1", "type": "raid-member"}]}
         place.joinpath("old.json").write_text(json.dumps(old), encoding="utf-8")
 
     def tearDown(self):
@@ -153,6 +155,25 @@ class Switches(unittest.TestCase):
         there = {(command, switch) for command in COMMANDS for switch in switches_of(command)}
         self.assertEqual(there - shown, set(), "switches without an example")
         self.assertEqual(shown - there, set(), "examples of no switch")
+
+    def test_a_machine_does_not_differ_from_its_listing(self):
+        for switches in ("", "-O", "-O --raid --usb"):
+            told = self.run_on_rack(f"list --json {switches} 2>/dev/null >now.json; torvane diff now.json 2>/dev/null")
+            self.assertEqual(told, "", switches)
+
+    def test_metrics_bear_whatever_a_drive_says(self):
+        hostile = 'A "B" \\\\ {c="d"} # \\x0aEOF\\x1b[31m\\xff'  # as the description writes it
+        disk = "/sys/devices/pci0000:00/0000:00:1e.0/host8/target8:0:0/8:0:0:0"
+        lines = (f"block {disk}/block/sdz 65:144 2048\n{disk}/block/sdz/device -> ../../../8:0:0:0\n"
+                 f"{disk}/model = {hostile}\n/sys/class/scsi_host/host8/proc_name = mpt3sas\n")
+        rack = pathlib.Path(self.folder.name, "hostile.tree")
+        rack.write_text((RACK / "rack.tree").read_text(encoding="utf-8") + lines, encoding="utf-8")
+        text = subprocess.run([ON_MACHINE, rack, TORVANE, "metrics"], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
+                              text=True, check=False).stdout
+        families = {family.name: family for family in openmetrics.text_string_to_metric_families(text)}
+        models = {sample.labels["device"]: sample.labels["model"] for sample in families["torvane_drive"].samples}
+        self.assertEqual(models["sdz"], 'A "B" \\ {c="d"} # \\x0aEOF\\x1b[31m\\xff')
+        self.assertEqual(models["sdd"], "BIG ROTATING 16T")
 
     def test_help_fits_a_terminal(self):
         for command in COMMANDS + [""]:

@@ -27,13 +27,6 @@ std::string text_of(const Json &drive, const char *key) {
     return found->is_string() ? found->get<std::string>() : found->dump();
 }
 
-// WWN and serial together: neither is beyond doubt alone.
-std::string identity_of(const Json &drive) {
-    const std::string wwn = text_of(drive, "wwn");
-    const std::string serial = text_of(drive, "serial");
-    return wwn.empty() && serial.empty() ? "name " + text_of(drive, "name") : wwn + "\n" + serial;
-}
-
 std::string bay_of(const Json &drive) {
     const std::string bay = text_of(drive, "bay");
     return bay.empty() ? "" : text_of(drive, "enclosure") + "/" + bay;
@@ -62,14 +55,70 @@ bool is_listing(const Json &document) {
            std::all_of(drives->begin(), drives->end(), [](const Json &drive) { return drive.is_object(); });
 }
 
-// Several paths lead to one drive: each is compared with its like.
-using Drives = std::multimap<std::string, const Json *>;
-
-Drives by_identity(const Json &document) {
-    Drives drives;
-    for (const Json &drive : document.at("drives")) drives.emplace(identity_of(drive), &drive);
-    return drives;
+// A column that one of the listings was made without tells nothing of a drive.
+bool can_be_told(const Json &one, const Json &other, const char *key) {
+    return one.contains(key) && other.contains(key);
 }
+
+// WWN and serial number together: neither is beyond doubt alone. What only one of the listings has, because the other
+// was made without that column or the drive did not answer, speaks neither for nor against it.
+bool is_same(const Json &one, const Json &other) {
+    bool is_told = false;
+    bool can_tell = false;
+    for (const char *key : {"wwn", "serial"}) {
+        const std::string a = text_of(one, key);
+        const std::string b = text_of(other, key);
+        if (!a.empty() && !b.empty() && a != b) return false;
+        is_told = is_told || (!a.empty() && a == b);
+        can_tell = can_tell || (a != b && can_be_told(one, other, key));
+    }
+    return is_told || (!can_tell && text_of(one, "name") == text_of(other, "name"));
+}
+
+// The drives of the older listing that have not been found again yet.
+class Older {
+  public:
+    explicit Older(const Json &document) {
+        for (const Json &drive : document.at("drives")) {
+            left_.insert(&drive);
+            for (const char *key : kKeys) places_[key].emplace(text_of(drive, key), &drive);
+        }
+    }
+
+    // Null for a new one.
+    const Json *take(const Json &drive) {
+        for (const char *key : kKeys) {
+            const std::vector<const Json *> same = those_like(drive, key);
+            if (same.empty()) continue;
+            const auto named = std::find_if(same.begin(), same.end(), [&drive](const Json *other) {
+                return text_of(*other, "name") == text_of(drive, "name");
+            });
+            // Several paths lead to one drive: each is compared with its like.
+            const Json *found = named != same.end() ? *named : same.front();
+            left_.erase(found);
+            return found;
+        }
+        return nullptr;
+    }
+
+    [[nodiscard]] bool is_left(const Json &drive) const { return left_.contains(&drive); }
+
+  private:
+    static constexpr const char *kKeys[] = {"wwn", "serial", "name"};
+
+    std::vector<const Json *> those_like(const Json &drive, const char *key) {
+        std::vector<const Json *> same;
+        const std::string text = text_of(drive, key);
+        const auto [begin, end] = places_[key].equal_range(text);
+        for (auto place = begin; place != end && !text.empty(); ++place) {
+            if (left_.contains(place->second) && is_same(*place->second, drive)) same.push_back(place->second);
+        }
+        return same;
+    }
+
+    std::set<const Json *> left_;
+    std::map<std::string, std::multimap<std::string, const Json *>> places_;
+};
 
 Difference about(const char *kind, const Json &drive) {
     Difference difference;
@@ -82,10 +131,12 @@ Difference about(const char *kind, const Json &drive) {
 
 void compare_drive(const Json &before, const Json &after, std::vector<Difference> &differences) {
     for (const Compared &compared : kCompared) {
-        const bool both_tell = before.contains(compared.key) && after.contains(compared.key);
         const std::string old = text_of(before, compared.key);
         const std::string now = text_of(after, compared.key);
-        if (!both_tell || old == now) continue;
+        if (!can_be_told(before, after, compared.key) || old == now) continue;
+        // A drive that did not answer has not become another one; one that sits nowhere any more has moved.
+        const bool is_place = compared.kind == std::string_view("moved");
+        if (!is_place && (old.empty() || now.empty())) continue;
         Difference difference = about(compared.kind, after);
         difference.fact = compared.key;
         difference.before = old;
@@ -106,11 +157,14 @@ void compare_bays(const Json &before, const Json &after, std::vector<Difference>
     const auto old = by_bay(before);
     for (const Json &drive : after.at("drives")) {
         const auto found = old.find(bay_of(drive));
-        if (found == old.end() || found->second.contains(text_of(drive, "serial"))) continue;
+        const std::string serial = text_of(drive, "serial");
+        // One that does not tell it is told about as a drive, if it is another one.
+        if (serial.empty() || found == old.end() || found->second.contains("") || found->second.contains(serial))
+            continue;
         Difference difference = about("changed", drive);
         difference.fact = "serial of bay " + found->first;
         difference.before = *found->second.begin();
-        difference.after = text_of(drive, "serial");
+        difference.after = serial;
         differences.push_back(std::move(difference));
     }
 }
@@ -125,17 +179,18 @@ Json listing_in(std::istream &stream, const std::string &file) {
 
 std::vector<Difference> compare(const Json &before, const Json &after) {
     std::vector<Difference> differences;
-    Drives old = by_identity(before);
+    Older old(before);
     for (const Json &drive : after.at("drives")) {
-        const auto found = old.find(identity_of(drive));
-        if (found == old.end()) {
+        const Json *same = old.take(drive);
+        if (same == nullptr) {
             differences.push_back(about("new", drive));
-            continue;
+        } else {
+            compare_drive(*same, drive, differences);
         }
-        compare_drive(*found->second, drive, differences);
-        old.erase(found);
     }
-    for (const auto &[identity, drive] : old) differences.push_back(about("missing", *drive));
+    for (const Json &drive : before.at("drives")) {
+        if (old.is_left(drive)) differences.push_back(about("missing", drive));
+    }
     compare_bays(before, after, differences);
     return differences;
 }

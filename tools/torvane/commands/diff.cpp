@@ -8,6 +8,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -32,23 +33,33 @@ Json read_listing(const std::string &file) {
     return listing_in(stream, file);
 }
 
-Json look(const DiffOptions &options, Troubles &troubles) {
+bool has(const Json &document, const char *key, const char *word) {
+    const Json &drives = document.at("drives");
+    return std::any_of(drives.begin(), drives.end(), [&](const Json &drive) {
+        const auto found = drive.find(key);
+        return found != drive.end() && *found == word;
+    });
+}
+
+// Member drives and USB drives without a node are in a listing only when it was asked for them.
+Json look(const Json &before, const DiffOptions &options, Troubles &troubles) {
     ListingOptions all;
     all.json = true;
     all.columns = kColumns;
     const Listing listing(all, {"drives", kListedKinds, {}});
     inventory::Request request = look_for(listing);
-    request.raid = true;
+    request.raid = has(before, "type", "raid-member");
     request.limit = to_limit(options.timeout);
-    const inventory::Machine machine = inventory::survey(request);
+    inventory::Machine machine = inventory::survey(request);
+    mark_members(machine);
     troubles = told_troubles(machine, {});
-    return listing.document(list_nodes(machine, {false, false, true}), all.style());
+    return listing.document(list_nodes(machine, {false, false, has(before, "status", "unbound")}), all.style());
 }
 
 int run(const DiffOptions &options) {
     const Json before = read_listing(options.older);
     Troubles troubles;
-    const Json after = options.newer.empty() ? look(options, troubles) : read_listing(options.newer);
+    const Json after = options.newer.empty() ? look(before, options, troubles) : read_listing(options.newer);
     const std::vector<Difference> differences = compare(before, after);
     if (options.json) {
         Json document = {{"schema_version", kSchemaVersion}, {"differences", Json::array()}};

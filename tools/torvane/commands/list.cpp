@@ -77,15 +77,6 @@ std::vector<Node> named_nodes(const Machine &machine, const std::vector<std::str
     return nodes;
 }
 
-// Behind a controller a drive has a role; among drives it is a member of something, whichever.
-void mark_members(Machine &machine) {
-    for (Thing &thing : machine.things()) {
-        if (thing.kind() != ThingKind::kMember) continue;
-        thing.forget("type");
-        thing.tell("type", std::string("raid-member"), inventory::Source::kTool);
-    }
-}
-
 bool has_failed(const Thing &thing) {
     return std::any_of(thing.troubles.begin(), thing.troubles.end(), [](const Trouble &t) { return t.essential; });
 }

@@ -40,6 +40,14 @@ inventory::Request look_for(const Listing &listing) {
     return request;
 }
 
+void mark_members(inventory::Machine &machine) {
+    for (Thing &thing : machine.things()) {
+        if (thing.kind() != inventory::ThingKind::kMember) continue;
+        thing.forget("type");
+        thing.tell("type", std::string("raid-member"), inventory::Source::kTool);
+    }
+}
+
 Troubles told_troubles(const inventory::Machine &machine, const std::vector<std::string> &names) {
     Troubles troubles = machine.troubles;
     for (const Thing &thing : machine.things()) {

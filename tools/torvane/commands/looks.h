@@ -13,6 +13,9 @@ bool asks_drive(const Column &column);
 // The cheapest look that fills what the listing asks for. Without root no device may be opened, and none is tried.
 inventory::Request look_for(const Listing &listing);
 
+// Behind a controller a drive has a role; among drives it is a member of something, whichever.
+void mark_members(inventory::Machine &machine);
+
 // The machine's troubles that the user should read: of all, or of what was named; and what root would add.
 Troubles told_troubles(const inventory::Machine &machine, const std::vector<std::string> &names);
 
