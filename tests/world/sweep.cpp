@@ -8,6 +8,9 @@
 #include <new>
 #include <string_view>
 
+// Memory is asked for before the address sanitizer has begun to watch it.
+#define BEFORE_SANITIZER __attribute__((no_sanitize("address")))
+
 namespace torvane::world {
 namespace {
 
@@ -63,7 +66,7 @@ void *const kRemoved = &blocks;
 
 size_t first_slot(const void *block) { return (reinterpret_cast<uintptr_t>(block) >> 4) % kMostBlocks; }
 
-void note(void *block) {
+BEFORE_SANITIZER void note(void *block) {
     if (!sweep.counting || block == nullptr || live_blocks > kMostBlocks / 2) return;
     size_t slot = first_slot(block);
     while (blocks[slot] != nullptr && blocks[slot] != kRemoved) slot = (slot + 1) % kMostBlocks;
@@ -71,7 +74,7 @@ void note(void *block) {
     ++live_blocks;
 }
 
-void forget(const void *block) {
+BEFORE_SANITIZER void forget(const void *block) {
     if (!tracking || block == nullptr) return;
     for (size_t slot = first_slot(block); blocks[slot] != nullptr; slot = (slot + 1) % kMostBlocks) {
         if (blocks[slot] != block) continue;
@@ -84,7 +87,7 @@ void forget(const void *block) {
 
 } // namespace
 
-bool fails_now(Step step, const char *name) {
+BEFORE_SANITIZER bool fails_now(Step step, const char *name) {
     if (!sweep.counting || step != sweep.failure.step) return false;
     if (sweep.failure.index > 0) {
         --sweep.failure.index;
@@ -150,21 +153,21 @@ void *REAL(calloc)(size_t count, size_t size);
 void *REAL(realloc)(void *block, size_t size);
 void REAL(free)(void *block);
 
-void *malloc(size_t size) noexcept {
+BEFORE_SANITIZER void *malloc(size_t size) noexcept {
     if (fails_now(Step::kAllocation, "allocation")) return nullptr;
     void *block = REAL(malloc)(size);
     torvane::world::note(block);
     return block;
 }
 
-void *calloc(size_t count, size_t size) noexcept {
+BEFORE_SANITIZER void *calloc(size_t count, size_t size) noexcept {
     if (fails_now(Step::kAllocation, "allocation")) return nullptr;
     void *block = REAL(calloc)(count, size);
     torvane::world::note(block);
     return block;
 }
 
-void *realloc(void *block, size_t size) noexcept {
+BEFORE_SANITIZER void *realloc(void *block, size_t size) noexcept {
     if (fails_now(Step::kAllocation, "allocation")) return nullptr;
     torvane::world::forget(block);
     void *grown = REAL(realloc)(block, size);
@@ -172,7 +175,7 @@ void *realloc(void *block, size_t size) noexcept {
     return grown;
 }
 
-void free(void *block) noexcept {
+BEFORE_SANITIZER void free(void *block) noexcept {
     torvane::world::forget(block);
     REAL(free)(block);
 }
