@@ -2,6 +2,7 @@
 // their attributes and VPD pages, mounts, database, USB interfaces, bays, RAID adapters.
 #include "inventory/bays/bays.h"
 #include "inventory/kernel/kernel.h"
+#include "inventory/raid/adapters.h"
 #include "inventory/reading/in_use.h"
 #include "inventory/survey/find.h"
 #include "inventory/survey/identity.h"
@@ -52,6 +53,10 @@ void read(bool all) {
         require(!find_things(machine, thing.id()).empty());
         if (thing.kind() == ThingKind::kBay) read_light(thing);
     }
+    ReadFailures failures;
+    for (const raid::Adapter &adapter : raid::bound_adapters(failures)) require(!adapter.pci.empty());
+    for (const raid::GenericNode &node : raid::generic_nodes_without_disk(failures)) require(!node.serial.empty());
+    require(failures.empty());
 }
 
 } // namespace
