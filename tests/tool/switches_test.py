@@ -63,7 +63,7 @@ OF_OTHERS = [
     ("firmware sdd --output=old.json [--force]", "sdd: No such file"),
     ("watch [--initial]", r"present +sda +disk"),
     ("watch --initial [--json]", r'\A\{"event":"present","name":'),
-    ("watch [--files=. & sleep 0.4; touch new; wait]", "created +(./)?new"),
+    ("watch [--files=. & sleep 1; touch new; wait]", "created +(./)?new"),
     ("usb unbind 4C53 [--force]", "cannot unbind"),
     ("usb state 4C53 unbound [--force]", "cannot change the state"),
 ]
@@ -116,7 +116,7 @@ class Switches(unittest.TestCase):
         path = f"{self.folder.name}/{tools}:{RACK}:{os.environ['PATH']}"
         with tempfile.TemporaryDirectory() as work:
             shutil.copy(os.path.join(self.folder.name, "old.json"), work)
-            torvane = "timeout -s INT 1 torvane " if line.startswith("watch") else "torvane "
+            torvane = "timeout -s INT 2 torvane " if line.startswith("watch") else "torvane "
             done = subprocess.run([ON_MACHINE, str(RACK / "rack.tree"), "sh", "-c", torvane + line], cwd=work, text=True, timeout=60,
                                   stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False,
                                   env=os.environ | {"PATH": path, "LC_ALL": "C.UTF-8"})
