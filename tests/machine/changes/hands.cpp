@@ -15,6 +15,8 @@ namespace changes {
 namespace {
 
 namespace fs = std::filesystem;
+// Ten times what it takes on idle processors: shared ones are slow.
+constexpr std::chrono::seconds kPatience{120};
 constexpr std::uint64_t kMebibyte = std::uint64_t{1} << 20U;
 constexpr const char *kDebugHosts = "/sys/bus/pseudo/drivers/scsi_debug/add_host";
 
@@ -127,7 +129,8 @@ void Hands::plug(const Disk &disk) {
                                                     : "usb-storage,bus=xhci.0,removable=on";
         const std::string line = "device_add " + what + ",id=" + id + ",drive=" + id + ",serial=" + disk.id;
         // Refused while the emulator still takes the device away.
-        if (!truth::holds_soon([&] { return monitor(line) == "\"\""; })) throw std::runtime_error(monitor(line));
+        if (!truth::holds_soon([&] { return monitor(line) == "\"\""; }, kPatience))
+            throw std::runtime_error(monitor(line));
     }
 }
 
@@ -163,7 +166,7 @@ void Hands::finish_change(std::size_t index) {
     Disk &disk = disks_[index];
     Stay &stay = disk.stays.back();
     const bool goes = stay.pulled_from != kNever;
-    if (!truth::holds_soon([&] { return goes ? is_all_gone(disk) : is_there(disk); })) {
+    if (!truth::holds_soon([&] { return goes ? is_all_gone(disk) : is_there(disk); }, kPatience)) {
         throw std::runtime_error(disk.id + (goes ? " does not go" : " does not come"));
     }
     if (goes) {

@@ -106,7 +106,7 @@ int test(const std::string &torvane, Time seconds, unsigned seed) {
     }
     truth::output_of("udevadm settle");
     for (const auto &[pid, name] : callers) judge.hear(name);
-    if (!truth::holds_soon([&] { return leavings(torvane) == before; })) {
+    if (!truth::holds_soon([&] { return leavings(torvane) == before; }, std::chrono::seconds(120))) {
         for (const std::string &thing : leavings(torvane)) {
             if (!before.contains(thing)) judge.blame("left behind: " + thing);
         }
