@@ -5,11 +5,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 #include <string_view>
-
-// Memory is asked for before the address sanitizer has begun to watch it.
-#define BEFORE_SANITIZER __attribute__((no_sanitize("address")))
 
 namespace torvane::world {
 namespace {
@@ -66,7 +62,7 @@ void *const kRemoved = &blocks;
 
 size_t first_slot(const void *block) { return (reinterpret_cast<uintptr_t>(block) >> 4) % kMostBlocks; }
 
-BEFORE_SANITIZER void note(void *block) {
+[[maybe_unused]] void note(void *block) {
     if (!sweep.counting || block == nullptr || live_blocks > kMostBlocks / 2) return;
     size_t slot = first_slot(block);
     while (blocks[slot] != nullptr && blocks[slot] != kRemoved) slot = (slot + 1) % kMostBlocks;
@@ -74,7 +70,7 @@ BEFORE_SANITIZER void note(void *block) {
     ++live_blocks;
 }
 
-BEFORE_SANITIZER void forget(const void *block) {
+[[maybe_unused]] void forget(const void *block) {
     if (!tracking || block == nullptr) return;
     for (size_t slot = first_slot(block); blocks[slot] != nullptr; slot = (slot + 1) % kMostBlocks) {
         if (blocks[slot] != block) continue;
@@ -87,7 +83,7 @@ BEFORE_SANITIZER void forget(const void *block) {
 
 } // namespace
 
-BEFORE_SANITIZER bool fails_now(Step step, const char *name) {
+bool fails_now(Step step, const char *name) {
     if (!sweep.counting || step != sweep.failure.step) return false;
     if (sweep.failure.index > 0) {
         --sweep.failure.index;
@@ -137,62 +133,47 @@ Trial try_with(const Failure &failure, const std::function<void()> &call, const 
 
 } // namespace torvane::world
 
+// The address sanitizer has an allocator of its own, which nobody may stand before; it looks for leaks itself.
+#if !defined(__SANITIZE_ADDRESS__)
+
 using torvane::world::fails_now;
 using torvane::world::Step;
 
 extern "C" {
 
-// The allocator by its own names: the C library's, or the address sanitizer's.
-#if defined(__SANITIZE_ADDRESS__)
-#define REAL(function) __interceptor_##function
-#else
-#define REAL(function) __libc_##function
-#endif
-void *REAL(malloc)(size_t size);
-void *REAL(calloc)(size_t count, size_t size);
-void *REAL(realloc)(void *block, size_t size);
-void REAL(free)(void *block);
+// The C library's own names of its allocator.
+void *__libc_malloc(size_t size);
+void *__libc_calloc(size_t count, size_t size);
+void *__libc_realloc(void *block, size_t size);
+void __libc_free(void *block);
 
-BEFORE_SANITIZER void *malloc(size_t size) noexcept {
+void *malloc(size_t size) noexcept {
     if (fails_now(Step::kAllocation, "allocation")) return nullptr;
-    void *block = REAL(malloc)(size);
+    void *block = __libc_malloc(size);
     torvane::world::note(block);
     return block;
 }
 
-BEFORE_SANITIZER void *calloc(size_t count, size_t size) noexcept {
+void *calloc(size_t count, size_t size) noexcept {
     if (fails_now(Step::kAllocation, "allocation")) return nullptr;
-    void *block = REAL(calloc)(count, size);
+    void *block = __libc_calloc(count, size);
     torvane::world::note(block);
     return block;
 }
 
-BEFORE_SANITIZER void *realloc(void *block, size_t size) noexcept {
+void *realloc(void *block, size_t size) noexcept {
     if (fails_now(Step::kAllocation, "allocation")) return nullptr;
     torvane::world::forget(block);
-    void *grown = REAL(realloc)(block, size);
+    void *grown = __libc_realloc(block, size);
     torvane::world::note(grown != nullptr || size == 0 ? grown : block);
     return grown;
 }
 
-BEFORE_SANITIZER void free(void *block) noexcept {
+void free(void *block) noexcept {
     torvane::world::forget(block);
-    REAL(free)(block);
+    __libc_free(block);
 }
 
 } // extern "C"
 
-// The sanitizer's own would end the program where memory does.
-#if defined(__SANITIZE_ADDRESS__)
-void *operator new(size_t size) {
-    if (void *block = malloc(size == 0 ? 1 : size)) return block;
-    throw std::bad_alloc();
-}
-void *operator new[](size_t size) { return operator new(size); }
-void *operator new(size_t size, const std::nothrow_t & /*tag*/) noexcept { return malloc(size == 0 ? 1 : size); }
-void *operator new[](size_t size, const std::nothrow_t &tag) noexcept { return operator new(size, tag); }
-void operator delete(void *block) noexcept { free(block); }
-void operator delete[](void *block) noexcept { free(block); }
-void operator delete(void *block, size_t /*size*/) noexcept { free(block); }
-void operator delete[](void *block, size_t /*size*/) noexcept { free(block); }
 #endif

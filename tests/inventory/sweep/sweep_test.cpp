@@ -319,7 +319,9 @@ class InventorySweep : public testing::Test {
                 }
             }
         }
-        EXPECT_GT(points_, before) << operation.name << " has nothing that could fail";
+        if (torvane::world::kFailsAllocations) {
+            EXPECT_GT(points_, before) << operation.name << " has nothing that could fail";
+        }
     }
 
     long points_ = 0;
@@ -360,7 +362,7 @@ TEST_F(InventorySweep, OfEveryReader) {
     }
     fs::remove_all(folder);
     std::printf("%ld failure points in %zu operations, %ld faults\n", points_, std::size(kOperations), faults_);
-    EXPECT_GT(points_, 3000);
+    EXPECT_GT(points_, torvane::world::kFailsAllocations ? 10000 : 500);
 }
 
 } // namespace
