@@ -104,6 +104,11 @@ int watch_devices(const WatchOptions &options) {
             if (event.action == "add" && now.find(event.name) == now.end()) continue;
             tell_event(event, known, now, options.json);
         }
+        for (const inventory::DeviceEvent &event : batch) {
+            if (event.action == "remove") known.erase(event.name);
+        }
+        // A change is told at times when the device is gone already: what was known is kept for the event that says so.
+        now.merge(known);
         known = std::move(now);
     }
 }
