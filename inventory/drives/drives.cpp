@@ -9,6 +9,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <optional>
+#include <unordered_set>
 
 namespace inventory {
 namespace {
@@ -18,14 +20,17 @@ constexpr const char *kHungRemedy = "a device that does not answer may be failin
 constexpr const char *kHeldRemedy = "the process goes when the device answers or is unplugged; see the kernel's log "
                                     "(dmesg)";
 
-std::vector<Thing *> askable(Machine &machine, const std::vector<Thing *> &only) {
+// Those that there is something to ask.
+std::vector<Thing *> askable(Machine &machine, const DriveRequest &request) {
     std::vector<Thing *> drives;
-    if (only.empty()) {
+    if (request.only.empty()) {
         for (Thing &thing : machine.things()) drives.push_back(&thing);
     } else {
-        drives = only;
+        drives = request.only;
     }
-    std::erase_if(drives, [](const Thing *thing) { return !can_be_asked(*thing); });
+    std::erase_if(drives, [&request](const Thing *thing) {
+        return !can_be_asked(*thing) || asked_facts(*thing, request).empty();
+    });
     return drives;
 }
 
@@ -52,32 +57,81 @@ void tell_that_root_is_needed(Machine &machine, const std::vector<Thing *> &driv
          false});
 }
 
-void take(const Outcome &outcome, Thing &drive, const DriveRequest &request) {
-    if (outcome.state == Outcome::State::kDone && unpack(outcome.answer, drive)) return;
+// Whose attributes have been put off, and the readers of them: workers make one each, which is none of the parent's.
+struct PutOff {
+    const DriveRequest &request;
+    std::unordered_set<const Thing *> drives{request.put_off.begin(), request.put_off.end()};
+    std::optional<KernelDetails> in_worker = {};
+    std::optional<KernelDetails> in_parent = {};
+
+    [[nodiscard]] bool has(const Thing &drive) const { return drives.contains(&drive); }
+    void read(Thing &drive, std::optional<KernelDetails> &details) const {
+        if (!has(drive)) return;
+        if (!details) details.emplace(request.kernel);
+        details->read(drive);
+    }
+};
+
+// The worker's copy of the drive, with what it answered.
+std::string pack_whole(Thing &drive, const Thing &found) {
+    for (const auto &[index, fact] : found.facts()) {
+        Fact &known = drive.facts()[index];
+        known.words.insert(known.words.end(), fact.words.begin(), fact.words.end());
+        if (!fact.reason.empty()) known.reason = fact.reason;
+    }
+    drive.troubles = found.troubles;
+    return pack(drive);
+}
+
+bool take_answer(std::string_view answer, Thing &drive, bool is_whole) {
+    if (!is_whole) return unpack(answer, drive);
+    Thing whole(drive.kind(), drive.id());
+    if (!unpack(answer, whole)) return false;
+    drive.facts() = std::move(whole.facts());
+    drive.troubles.insert(drive.troubles.end(), whole.troubles.begin(), whole.troubles.end());
+    return true;
+}
+
+void take(const Outcome &outcome, Thing &drive, PutOff &put_off) {
+    if (outcome.state == Outcome::State::kDone && take_answer(outcome.answer, drive, put_off.has(drive))) return;
     const bool is_done = outcome.state == Outcome::State::kDone;
     const std::string words = is_done ? "the reader's answer was no answer" : outcome.words;
     const char *remedy = "";
     if (outcome.state == Outcome::State::kTimedOut) remedy = kHungRemedy;
     if (outcome.state == Outcome::State::kHeld) remedy = kHeldRemedy;
-    lack_all(drive, request, words);
+    put_off.read(drive, put_off.in_parent);
+    lack_all(drive, put_off.request, words);
     drive.troubles.push_back({drive.text("path"), {}, words, remedy, true});
 }
 
-Job job_for(Thing &drive, const DriveRequest &request) {
-    return {[&drive, &request] { return pack(ask(drive, request)); },
-            [&drive, &request](const Outcome &outcome) { take(outcome, drive, request); },
-            lock_name(drive.text("maj_min"), drive.number("diskseq"))};
+Job job_for(Thing &drive, PutOff &put_off) {
+    const auto read = [&drive, &put_off] {
+        const Thing found = ask(drive, put_off.request);
+        return put_off.has(drive) ? pack_whole(drive, found) : pack(found);
+    };
+    // What the kernel tells decides what is asked; who is asked for nothing is not opened.
+    const auto lock = [&drive, &put_off]() -> std::string {
+        put_off.read(drive, put_off.in_worker);
+        if (asked_facts(drive, put_off.request).empty()) return "";
+        return lock_name(drive.text("maj_min"), drive.number("diskseq"));
+    };
+    return {read, [&drive, &put_off](const Outcome &outcome) { take(outcome, drive, put_off); }, lock};
 }
 
 } // namespace
 
 void read_drives(Machine &machine, const DriveRequest &request) {
-    const std::vector<Thing *> drives = askable(machine, request.only);
+    const std::vector<Thing *> drives = askable(machine, request);
+    PutOff put_off{request};
+    const std::unordered_set<const Thing *> asked(drives.begin(), drives.end());
+    for (Thing *drive : request.put_off) {
+        if (!asked.contains(drive)) put_off.read(*drive, put_off.in_parent);
+    }
     if (drives.empty()) return;
     if (!may_ask(drives)) return tell_that_root_is_needed(machine, drives, request);
     std::vector<Job> jobs;
     jobs.reserve(drives.size());
-    for (Thing *drive : drives) jobs.push_back(job_for(*drive, request));
+    for (Thing *drive : drives) jobs.push_back(job_for(*drive, put_off));
     do_jobs(jobs, {.limit = request.limit, .tick = request.tick});
 }
 

@@ -70,10 +70,30 @@ bool is_on_usb(const Thing &drive) {
     return transport == "usb" || transport == "uas";
 }
 
-// What the kernel measures is asked for only where the kernel did not tell it.
-bool can_have_size(const Thing &drive, const DriveRequest & /*request*/) {
-    return drive.kind() == ThingKind::kDrive && !(is_told(drive, "size") && is_told(drive, "sector"));
+std::string text_of(const Thing &thing, std::string_view key, Source source) {
+    const Fact *fact = thing.fact(key);
+    if (fact == nullptr) return "";
+    const auto said = std::find_if(fact->words.begin(), fact->words.end(),
+                                   [source](const Word &word) { return word.source == source; });
+    const auto *text = said == fact->words.end() ? nullptr : std::get_if<std::string>(&said->value);
+    return text == nullptr ? "" : *text;
 }
+
+// The kernel's vendor and product, which is what the library reads before it asks the drive; "" without them.
+std::string model_of_kernel(const Thing &drive) {
+    const std::string vendor = text_of(drive, "vendor", Source::kKernel);
+    const std::string product = text_of(drive, "model", Source::kKernel);
+    return vendor.empty() || product.empty() ? "" : vendor + " " + product;
+}
+
+bool can_have_model(const Thing &drive, const DriveRequest & /*request*/) { return model_of_kernel(drive).empty(); }
+
+std::string model_of(const Asked &asked) {
+    std::string model = model_of_kernel(asked.drive);
+    return model.empty() ? asked.found.text("model") : model;
+}
+
+bool can_have_size(const Thing &drive, const DriveRequest & /*request*/) { return drive.kind() == ThingKind::kDrive; }
 
 bool is_always_asked(const Thing & /*drive*/, const DriveRequest & /*request*/) { return true; }
 
@@ -128,7 +148,7 @@ void ask_model(Asked &asked) {
 
 // The library shortens some makers' serial numbers and wants the model for that: it comes after the model.
 void ask_serial(Asked &asked) {
-    const std::string model = asked.found.text("model");
+    const std::string model = model_of(asked);
     Text serial;
     const Answer answer = call_library(TORVANE_ERROR_IDENTITY, [&] {
         const char *known = model.empty() ? nullptr : model.c_str();
@@ -181,7 +201,8 @@ void ask_defects(Asked &asked) {
 }
 
 void ask_permission(Asked &asked) {
-    const std::string model = asked.found.text("model");
+    if (model_of(asked).empty()) ask_model(asked);
+    const std::string model = model_of(asked);
     if (device_supports_innodisk(model.c_str()) != 1 && device_supports_memkor(model.c_str()) != 1) {
         return asked.found.lacks("permission", "no commands of this maker are known");
     }
@@ -196,20 +217,32 @@ void ask_permission(Asked &asked) {
 // In this order the drive gets its commands; each is sent once.
 struct Question {
     std::vector<std::string_view> keys;
-    bool (*is_asked)(const Thing &drive, const DriveRequest &request);
+    bool (*can_have)(const Thing &drive, const DriveRequest &request);
     void (*ask)(Asked &asked);
+    std::vector<std::string_view> premises = {}; // facts of the kernel that it goes by
+    bool does_kernel = false;                    // the kernel measures the same: asked only where it did not tell
 };
+
+bool is_asked(const Question &question, const Thing &drive, const DriveRequest &request) {
+    const auto is_wanted = [&](std::string_view key) {
+        const bool is_shown =
+            request.keys.empty() || std::find(request.keys.begin(), request.keys.end(), key) != request.keys.end();
+        return is_shown && !(question.does_kernel && is_told(drive, key));
+    };
+    return question.can_have(drive, request) && std::any_of(question.keys.begin(), question.keys.end(), is_wanted);
+}
 
 const std::vector<Question> &questions() {
     static const std::vector<Question> all = {
-        {{"sector", "blocks", "size"}, can_have_size, ask_size},
-        {{"model"}, is_always_asked, ask_model},
-        {{"serial"}, is_always_asked, ask_serial},
-        {{"rpm"}, can_have_rotation, ask_rotation},
+        {{"sector", "blocks", "size"}, can_have_size, ask_size, {}, true},
+        {{"model"}, can_have_model, ask_model, {"vendor", "model"}},
+        {{"serial"}, is_always_asked, ask_serial, {"vendor", "model"}},
+        {{"rpm"}, can_have_rotation, ask_rotation, {"tran", "removable", "rpm"}},
         {{"manufacturer_defects", "manufacturer_defect_bytes", "grown_defects", "grown_defect_bytes"},
          can_have_defects,
-         ask_defects},
-        {{"permission"}, can_have_permission, ask_permission},
+         ask_defects,
+         {"tran"}},
+        {{"permission"}, can_have_permission, ask_permission, {"vendor", "model"}},
     };
     return all;
 }
@@ -243,16 +276,29 @@ bool can_be_asked(const Thing &thing) {
     return is_drive && takes_commands && is_told(thing, "path") && is_told(thing, "maj_min");
 }
 
+std::vector<std::string> keys_for_asking(const std::vector<std::string> &keys) {
+    std::vector<std::string> needed{"path", "maj_min", "diskseq", "kind", "hctl"};
+    const auto is_wanted = [&keys](std::string_view key) {
+        return keys.empty() || std::find(keys.begin(), keys.end(), key) != keys.end();
+    };
+    for (const Question &question : questions()) {
+        if (std::none_of(question.keys.begin(), question.keys.end(), is_wanted)) continue;
+        needed.insert(needed.end(), question.premises.begin(), question.premises.end());
+    }
+    return needed;
+}
+
 std::vector<std::string_view> asked_facts(const Thing &drive, const DriveRequest &request) {
     std::vector<std::string_view> keys;
     for (const Question &question : questions()) {
-        if (question.is_asked(drive, request)) keys.insert(keys.end(), question.keys.begin(), question.keys.end());
+        if (is_asked(question, drive, request)) keys.insert(keys.end(), question.keys.begin(), question.keys.end());
     }
     return keys;
 }
 
 Thing ask(const Thing &drive, const DriveRequest &request) {
     Thing found(drive.kind(), drive.id());
+    if (asked_facts(drive, request).empty()) return found;
     // A tray that has moved since the first look is no other drive, but another medium.
     const bool has_tray = drive.kind() == ThingKind::kOptical;
     const OpenDevice device =
@@ -263,7 +309,7 @@ Thing ask(const Thing &drive, const DriveRequest &request) {
     }
     Asked asked{device.descriptor.get(), drive.text("path"), drive, found};
     for (const Question &question : questions()) {
-        if (question.is_asked(drive, request)) question.ask(asked);
+        if (is_asked(question, drive, request)) question.ask(asked);
     }
     return found;
 }

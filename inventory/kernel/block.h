@@ -87,8 +87,10 @@ class Hosts {
     std::unordered_map<std::string, std::string> drivers_;
 };
 
-// Identity, transport and medium of drives.
-void tell_hardware(const Block &block, Hosts &hosts, const Wanted &wanted);
+// Where a drive is and on what transport: read off its path.
+void tell_place(const Block &block, Hosts &hosts);
+// Who it is.
+void tell_hardware(const Block &block, const Wanted &wanted);
 // After the database has spoken: what the medium is, and why a fact is missing.
 void conclude_hardware(const Block &block, const Wanted &wanted);
 

@@ -20,6 +20,9 @@ namespace {
 // An attribute is a page at most, and binary ones (SCSI's VPD pages) hardly more; a file that is longer is none.
 constexpr std::size_t kPage = 4096;
 constexpr std::size_t kLongest = std::size_t{1} << 16;
+// A line of /proc/partitions has 40 bytes; this is for a hundred thousand devices.
+constexpr std::size_t kLongestTable = std::size_t{1} << 22;
+constexpr std::size_t kTableStep = std::size_t{1} << 15;
 
 int open_at(int parent, const char *path, int flags) {
     return retried([&] { return openat(parent, path, flags | O_CLOEXEC); });
@@ -80,6 +83,22 @@ std::optional<std::string> Folder::bytes(const char *name) const {
         content.append(page.data(), static_cast<std::size_t>(got));
         if (static_cast<std::size_t>(got) < page.size()) break;
     }
+    return content;
+}
+
+std::string Folder::table(const char *name) const {
+    std::string content;
+    if (!is_open()) return content;
+    const Descriptor file(open_at(descriptor_, name, O_RDONLY));
+    std::size_t size = 0;
+    ssize_t got = file ? 1 : -1;
+    while (got > 0 && size < kLongestTable) {
+        content.resize(size + kTableStep);
+        got = retried([&] { return read(file.get(), content.data() + size, kTableStep); });
+        if (got > 0) size += static_cast<std::size_t>(got);
+    }
+    if (got < 0) note(name);
+    content.resize(size);
     return content;
 }
 

@@ -35,6 +35,8 @@ class Folder {
 
     // The attribute as it is; nothing when it is missing or cannot be read. Names may lead further down.
     [[nodiscard]] std::optional<std::string> bytes(const char *name) const;
+    // A list of /proc: it ends where nothing more comes, not at a read that came short.
+    [[nodiscard]] std::string table(const char *name) const;
     // Without the newline; "" when it is missing or cannot be read.
     [[nodiscard]] std::string text(const char *name) const;
     [[nodiscard]] std::optional<std::uint64_t> number(const char *name) const;

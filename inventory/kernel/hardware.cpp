@@ -38,21 +38,6 @@ std::string driver_of(const Block &block, Hosts &hosts) {
     return own.empty() ? last_part(block.unit.link("device/driver")) : own;
 }
 
-void tell_place(const Block &block, Hosts &hosts) {
-    Thing &thing = *block.thing;
-    const bool is_nvme = std::string_view(block.row->tran) == "nvme";
-    const Place place = is_nvme ? nvme_place(block) : block.place;
-    const std::string driver = driver_of(block, hosts);
-    thing.tell("hctl", place.scsi_address, Source::kKernel, "path in /sys");
-    thing.tell("pci", place.pci, Source::kKernel, "path in /sys");
-    thing.tell("port", port_of(place), Source::kKernel, "path in /sys");
-    thing.tell("driver", driver, Source::kKernel, is_scsi(block) ? "proc_name" : "driver");
-    std::string tran = block.row->tran;
-    if (tran.empty() && is_scsi(block)) tran = scsi_transport(place, driver);
-    thing.tell("tran", tran, Source::kKernel, "path in /sys");
-    thing.tell("type", std::string(tran == "iscsi" ? "iscsi" : block.row->type), Source::kKernel, "path in /sys");
-}
-
 // A virtio disk is asked over its queue when the attribute is read, and one that hangs would hang the reader: what the
 // device manager noted when the disk came does as well.
 void tell_virtio_serial(const Block &block, const Wanted &wanted) {
@@ -86,8 +71,22 @@ const std::string &Hosts::driver(const std::string &host) {
     return place->second;
 }
 
-void tell_hardware(const Block &block, Hosts &hosts, const Wanted &wanted) {
-    tell_place(block, hosts);
+void tell_place(const Block &block, Hosts &hosts) {
+    Thing &thing = *block.thing;
+    const bool is_nvme = std::string_view(block.row->tran) == "nvme";
+    const Place place = is_nvme ? nvme_place(block) : block.place;
+    const std::string driver = driver_of(block, hosts);
+    thing.tell("hctl", place.scsi_address, Source::kKernel, "path in /sys");
+    thing.tell("pci", place.pci, Source::kKernel, "path in /sys");
+    thing.tell("port", port_of(place), Source::kKernel, "path in /sys");
+    thing.tell("driver", driver, Source::kKernel, is_scsi(block) ? "proc_name" : "driver");
+    std::string tran = block.row->tran;
+    if (tran.empty() && is_scsi(block)) tran = scsi_transport(place, driver);
+    thing.tell("tran", tran, Source::kKernel, "path in /sys");
+    thing.tell("type", std::string(tran == "iscsi" ? "iscsi" : block.row->type), Source::kKernel, "path in /sys");
+}
+
+void tell_hardware(const Block &block, const Wanted &wanted) {
     const std::string_view tran = block.row->tran;
     if (is_scsi(block)) {
         tell_scsi_unit(*block.thing, block.unit, wanted);

@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <deque>
-#include <sstream>
 
 namespace inventory {
 namespace {
@@ -41,21 +40,28 @@ struct Listed {
 };
 using Listing = std::unordered_map<std::string, Listed>;
 
+std::string_view next_word(std::string_view &line) {
+    line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
+    const std::string_view word = line.substr(0, line.find(' '));
+    line.remove_prefix(word.size());
+    return word;
+}
+
 // The kernel's list of everything that has a size: device numbers without a look into every folder.
 Listing read_partitions(Machine &machine) {
     Listing listing;
     ReadFailures failures;
-    std::istringstream lines(Folder("/proc", &failures).text("partitions"));
+    const std::string table = Folder("/proc", &failures).table("partitions");
     tell_failures(machine, "/proc/partitions", failures);
-    lines.exceptions(std::ios::badbit); // without memory
-    for (std::string line; std::getline(lines, line);) {
-        std::istringstream words(line);
-        words.exceptions(std::ios::badbit);
-        Listed listed;
-        std::string name;
-        if (words >> listed.numbers.major >> listed.numbers.minor >> listed.kibibytes >> name) {
-            listing.emplace(name, listed);
-        }
+    for (std::string_view lines = table; !lines.empty();) {
+        std::string_view line = lines.substr(0, lines.find('\n'));
+        lines.remove_prefix(std::min(line.size() + 1, lines.size()));
+        const auto major = parse_number(next_word(line));
+        const auto minor = parse_number(next_word(line));
+        const auto kibibytes = parse_number(next_word(line));
+        const std::string_view name = next_word(line);
+        if (!major || !minor || !kibibytes || name.empty()) continue; // the headings
+        listing.emplace(name, Listed{{static_cast<unsigned>(*major), static_cast<unsigned>(*minor)}, *kibibytes});
     }
     return listing;
 }
@@ -98,9 +104,10 @@ constexpr NameRow kStranger{"", ThingKind::kVirtual, "unknown", "", "virtual"};
 class KernelReader {
   public:
     KernelReader(Machine &machine, const KernelRequest &request)
-        : machine_(machine), request_(request), wanted_(request.keys), listing_(read_partitions(machine)) {}
+        : machine_(machine), request_(request), wanted_(request.keys) {}
 
-    void read() {
+    std::vector<Thing *> read() {
+        listing_ = read_partitions(machine_);
         const std::vector<std::string> all = names();
         tell_failures(machine_, kClass, failures_);
         for (const std::string &name : all) {
@@ -111,10 +118,14 @@ class KernelReader {
             tell_members(machine_, block);
             take_failures(block.thing, block.name);
         }
-        if (!wanted_.uses()) return;
-        if (!tell_mounts(machine_) || !knows_all_) examined_.clear();
-        conclude_uses(machine_, examined_);
+        if (wanted_.uses()) {
+            if (!tell_mounts(machine_) || !knows_all_) examined_.clear();
+            conclude_uses(machine_, examined_);
+        }
+        return std::move(put_off_);
     }
+
+    void read_put_off(Thing &drive);
 
   private:
     [[nodiscard]] std::vector<std::string> names() const;
@@ -134,6 +145,10 @@ class KernelReader {
         examined_.erase(thing);
         tell_failures(*thing, failures_);
     }
+    void tell_measures(const Block &block);
+    void tell_database(Thing &thing, const Numbers &numbers);
+    [[nodiscard]] bool is_put_off(const Block &block) const;
+    void put_off(Block &block, const Numbers &numbers);
 
     Machine &machine_;
     const KernelRequest &request_;
@@ -145,6 +160,7 @@ class KernelReader {
     Database database_{&failures_};
     Hosts hosts_{&failures_};
     Examined examined_;
+    std::vector<Thing *> put_off_;
     std::deque<Block> compounds_; // arrays and mapped devices: their members may come later
 };
 
@@ -186,6 +202,9 @@ void KernelReader::tell_numbers(const Block &block, const Numbers &numbers) {
     if (thing.kind() != ThingKind::kPartition) {
         thing.tell("kind", std::string(kind_of_major(numbers.major)), Source::kKernel, "dev");
     }
+}
+
+void KernelReader::tell_database(Thing &thing, const Numbers &numbers) {
     if (!wanted_.database() && !wanted_.uses()) return;
     const Entry entry = database_.entry(numbers.major, numbers.minor);
     if (entry.known) examined_.insert(&thing);
@@ -208,7 +227,8 @@ void KernelReader::tell_kind(Block &block) {
     case ThingKind::kMapped: tell_mapped(block, wanted_); break;
     default:
         block.unit = Folder(block.folder, "device");
-        tell_hardware(block, hosts_, wanted_);
+        tell_place(block, hosts_);
+        tell_hardware(block, wanted_);
         break;
     }
 }
@@ -218,14 +238,51 @@ void KernelReader::tell_all(Block &block) {
     thing.tell("name", "/dev/" + block.name, Source::kKernel, kClass);
     tell_kind(block);
     if (is_missing(thing.value("path"))) thing.tell("path", "/dev/" + block.name, Source::kKernel, kClass);
-    tell_attributes(*block.thing, block.folder, kEveryBlock, wanted_);
-    if (thing.kind() != ThingKind::kPartition) {
-        tell_attributes(*block.thing, block.folder, kWhole, wanted_);
-        if (is_missing(thing.value("start"))) thing.tell("start", std::uint64_t{0}, Source::kKernel, "size");
-        const auto size = thing.number("size");
-        const auto sector = thing.number("sector");
-        if (size && sector && *sector > 0) thing.tell("blocks", *size / *sector, Source::kKernel, "size");
+    tell_measures(block);
+}
+
+void KernelReader::tell_measures(const Block &block) {
+    Thing &thing = *block.thing;
+    tell_attributes(thing, block.folder, kEveryBlock, wanted_);
+    if (thing.kind() == ThingKind::kPartition) return;
+    tell_attributes(thing, block.folder, kWhole, wanted_);
+    if (is_missing(thing.value("start"))) thing.tell("start", std::uint64_t{0}, Source::kKernel, "size");
+    const auto size = thing.number("size");
+    const auto sector = thing.number("sector");
+    if (size && sector && *sector > 0) thing.tell("blocks", *size / *sector, Source::kKernel, "size");
+}
+
+// What a USB drive's interface is asked for goes by the drive's attributes.
+bool KernelReader::is_put_off(const Block &block) const {
+    const bool is_drive = block.row->kind == ThingKind::kDrive || block.row->kind == ThingKind::kOptical;
+    return request_.puts_off && is_drive && block.place.parent == "block" && !block.place.scsi_address.empty() &&
+           block.place.usb_interface.empty();
+}
+
+// What others are told by comes at once: name, place and, for those that use it, what lies on it.
+void KernelReader::put_off(Block &block, const Numbers &numbers) {
+    block.thing = &machine_.add(block.row->kind, block.name);
+    for (const char *key : {"name", "path"}) {
+        block.thing->tell(key, "/dev/" + block.name, Source::kKernel, kClass);
     }
+    tell_place(block, hosts_);
+    tell_numbers(block, numbers);
+    if (wanted_.uses()) tell_database(*block.thing, numbers);
+    put_off_.push_back(block.thing);
+}
+
+void KernelReader::read_put_off(Thing &drive) {
+    const std::string link = class_.link(drive.id().c_str());
+    Block block{drive.id(), Folder(class_, drive.id()), {}, place_of(link), &row_of_name(drive.id()), &drive};
+    if (block.folder.is_open()) {
+        block.unit = Folder(block.folder, "device");
+        tell_hardware(block, wanted_);
+        tell_measures(block);
+    }
+    const auto numbers = parse_numbers(drive.text("maj_min"));
+    if (numbers && !wanted_.uses()) tell_database(drive, *numbers);
+    conclude_hardware(block, wanted_);
+    tell_failures(drive, failures_);
 }
 
 void KernelReader::tell_listed(const std::string &name, const Listed &listed) {
@@ -246,6 +303,7 @@ void KernelReader::tell_listed(const std::string &name, const Listed &listed) {
     const auto number = parse_number(name.substr(name.find_last_not_of("0123456789") + 1));
     if (parent != nullptr && number) thing.tell("partn", *number, Source::kKernel, "/proc/partitions");
     tell_numbers(block, listed.numbers);
+    tell_database(thing, listed.numbers);
 }
 
 void KernelReader::read_device(const std::string &name) {
@@ -254,7 +312,9 @@ void KernelReader::read_device(const std::string &name) {
     std::replace(in_class.begin(), in_class.end(), '/', '!');
     const std::string link = class_.link(in_class.c_str());
     const auto listed = listing_.find(name);
-    Block block{name, Folder(class_, in_class), {}, place_of(link), &row_of_name(name), nullptr};
+    Block block{name, {}, {}, place_of(link), &row_of_name(name), nullptr};
+    if (listed != listing_.end() && is_put_off(block)) return put_off(block, listed->second.numbers);
+    block.folder = Folder(class_, in_class);
     if (!block.folder.is_open()) {
         // It went away meanwhile, or /sys is kept from this process.
         if (listed != listing_.end()) tell_listed(name, listed->second);
@@ -264,7 +324,10 @@ void KernelReader::read_device(const std::string &name) {
     tell_all(block);
     const auto numbers = listed == listing_.end() ? parse_numbers(block.folder.text("dev"))
                                                   : std::optional<Numbers>(listed->second.numbers);
-    if (numbers) tell_numbers(block, *numbers);
+    if (numbers) {
+        tell_numbers(block, *numbers);
+        tell_database(*block.thing, *numbers);
+    }
     const ThingKind kind = block.thing->kind();
     if (kind == ThingKind::kDrive || kind == ThingKind::kOptical) conclude_hardware(block, wanted_);
     const bool is_stacked = kind == ThingKind::kArray || kind == ThingKind::kMapped || block.row == &kStranger;
@@ -273,9 +336,20 @@ void KernelReader::read_device(const std::string &name) {
 
 } // namespace
 
-void read_kernel(Machine &machine, const KernelRequest &request) {
-    KernelReader(machine, request).read();
+std::vector<Thing *> read_kernel(Machine &machine, const KernelRequest &request) {
+    std::vector<Thing *> put_off = KernelReader(machine, request).read();
     settle(machine);
+    return put_off;
 }
+
+struct KernelDetails::Reader {
+    explicit Reader(const KernelRequest &request) : kernel(nobody, request) {}
+    Machine nobody;
+    KernelReader kernel;
+};
+
+KernelDetails::KernelDetails(const KernelRequest &request) : reader_(std::make_unique<Reader>(request)) {}
+KernelDetails::~KernelDetails() = default;
+void KernelDetails::read(Thing &drive) { reader_->kernel.read_put_off(drive); }
 
 } // namespace inventory

@@ -109,9 +109,9 @@ Outcome held_by(const Holder &holder) {
                 " still waits for it, so that no second one was sent"};
 }
 
-Outcome read_answer(const Job &job) {
+template <class Read> Outcome guarded(Read read) {
     try {
-        return {Outcome::State::kDone, job.read(), {}};
+        return read();
     } catch (const std::bad_alloc &) {
         return {Outcome::State::kCrashed, {}, kNoMemory};
     } catch (const std::exception &error) {
@@ -121,14 +121,24 @@ Outcome read_answer(const Job &job) {
     }
 }
 
+Outcome read_answer(const Job &job) {
+    return guarded([&job] { return Outcome{Outcome::State::kDone, job.read(), {}}; });
+}
+
 class Locks {
   public:
     explicit Locks(const std::string &folder) : path_(folder) {}
 
+    Outcome outcome_of(const Job &job) {
+        return guarded([&] { return read_locked(job); });
+    }
+
+  private:
     Outcome read_locked(const Job &job) {
-        if (job.lock.empty() || !open()) return read_answer(job);
+        const std::string name = job.lock ? job.lock() : "";
+        if (name.empty() || !open()) return read_answer(job);
         while (true) {
-            const LockAnswer answer = folder_->take(job.lock);
+            const LockAnswer answer = folder_->take(name);
             if (!answer.holder) return read_answer(job);
             const auto age = system_clock::now() - answer.holder->since;
             if (age >= kPatience || age < milliseconds(0)) return held_by(*answer.holder);
@@ -136,7 +146,6 @@ class Locks {
         }
     }
 
-  private:
     bool open() {
         if (!tried_) folder_ = path_.empty() ? LockFolder::open() : LockFolder::open(path_);
         tried_ = true;
@@ -151,8 +160,10 @@ class Locks {
 } // namespace
 
 std::int64_t now_milliseconds() {
-    const auto now = std::chrono::steady_clock::now().time_since_epoch();
-    return std::chrono::duration_cast<milliseconds>(now).count();
+    // To a tick of the kernel, which is enough for limits and costs no look at a clock that may be slow to read.
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
 }
 
 SharedBoard::SharedBoard(std::size_t jobs, std::size_t places) : size_(sizeof(Board) + places * sizeof(Board::Place)) {
@@ -174,7 +185,7 @@ void be_a_worker(const Employment &employment) {
     for (; next; next = employment.board.take()) {
         place.since.store(now_milliseconds());
         place.job.store(static_cast<std::int64_t>(*next));
-        if (!send(*next, locks.read_locked(employment.jobs[*next]))) _exit(1);
+        if (!send(*next, locks.outcome_of(employment.jobs[*next]))) _exit(1);
         place.job.store(-1);
     }
     _exit(0);

@@ -13,13 +13,15 @@
 #include <cstdio>
 #include <cstring>
 #include <list>
+#include <utility>
 
 namespace inventory {
 namespace {
 
 // One worker per so many jobs to begin with: a process costs as much as reading a few drives that answer at once.
 constexpr std::size_t kJobsPerWorker = 8;
-// While jobs wait for longer than this, further workers are started one by one: drives that take their time.
+// While jobs wait for longer than this and workers give fewer answers than one each, further ones are started one by
+// one: drives that take their time. Those that answer at once are done soonest by one worker a processor.
 constexpr std::int64_t kGrowth = 20; // ms
 // A worker that has been at one job for longer sits in the kernel and costs no processor, so it no longer counts
 // against the number at work; that is how hundreds of dead disks end within about one time limit.
@@ -66,6 +68,7 @@ bool receive(Worker &worker) {
         const ssize_t count = retried([&] { return read(worker.pipe.get(), buffer.data(), buffer.size()); });
         if (count <= 0) return count < 0 && errno == EAGAIN;
         worker.received.append(buffer.data(), static_cast<std::size_t>(count));
+        if (static_cast<std::size_t>(count) < buffer.size()) return true; // for now it is empty
     }
 }
 
@@ -89,12 +92,18 @@ std::string how_it_ended(pid_t pid) {
 // More than there can be need of: but for those that find the queue empty, each worker takes a job with it.
 std::size_t places_of(std::size_t jobs) { return jobs + kMostAlive; }
 
+std::size_t processors() {
+    const long online = sysconf(_SC_NPROCESSORS_ONLN);
+    return online < 2 ? 2 : static_cast<std::size_t>(online);
+}
+
 class Crew {
   public:
     Crew(const std::vector<Job> &jobs, const Work &work, Board &board)
         : jobs_(jobs), work_(work), board_(board), decided_(jobs.size(), false), undecided_(jobs.size()) {
         const std::size_t wanted = (jobs.size() + kJobsPerWorker - 1) / kJobsPerWorker;
-        first_crew_ = std::clamp<std::size_t>(wanted, 1, std::max<std::size_t>(work.workers, 1));
+        const std::size_t most = std::min(work.workers, processors());
+        first_crew_ = std::clamp<std::size_t>(wanted, 1, std::max<std::size_t>(most, 1));
     }
     Crew(const Crew &) = delete;
     Crew &operator=(const Crew &) = delete;
@@ -118,6 +127,7 @@ class Crew {
         if (job >= decided_.size() || decided_[job]) return;
         decided_[job] = true;
         --undecided_;
+        ++answers_;
         jobs_[job].done(std::move(outcome));
     }
 
@@ -131,11 +141,20 @@ class Crew {
         }));
     }
 
-    [[nodiscard]] bool may_hire() const {
+    [[nodiscard]] bool may_hire() {
         if (workers_.size() >= kMostAlive) return false;
         if (hired_ < first_crew_) return true;
         const std::size_t busy = at_work();
-        return busy == 0 || (busy < work_.workers && now_milliseconds() - last_hired_ >= kGrowth);
+        return busy == 0 || (busy < work_.workers && is_slow());
+    }
+
+    // Whether too few answers came of late.
+    [[nodiscard]] bool is_slow() {
+        if (now_milliseconds() - last_hired_ < kGrowth) return false;
+        const std::size_t answers = std::exchange(answers_, 0);
+        if (answers < workers_.size()) return true;
+        last_hired_ = now_milliseconds();
+        return false;
     }
 
     void hire() {
@@ -332,7 +351,8 @@ class Crew {
     std::list<Worker> workers_;
     std::size_t first_crew_ = 1;
     std::size_t hired_ = 0;
-    std::int64_t last_hired_ = 0;
+    std::int64_t last_hired_ = 0; // or found enough
+    std::size_t answers_ = 0;     // since then
     std::int64_t last_tick_ = now_milliseconds();
 };
 

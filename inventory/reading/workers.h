@@ -26,7 +26,8 @@ struct Job {
     // own commands, or a pipe that a hung worker holds open, never meddle with what the program prints.
     std::function<std::string()> read;
     std::function<void(Outcome)> done; // runs in the parent, as soon as the answer is there
-    std::string lock = {};             // name of the lock that the worker holds while it reads; "" for none
+    // Runs in the worker before it reads: the name of the lock that it holds meanwhile; none or "" for no lock.
+    std::function<std::string()> lock = {};
 };
 
 inline constexpr std::size_t kWorkers = 8;

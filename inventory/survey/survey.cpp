@@ -7,12 +7,43 @@
 #include "inventory/survey/identity.h"
 #include "inventory/usb/usb.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
+#include <span>
 #include <string_view>
+#include <unordered_set>
 
 namespace inventory {
 namespace {
+
+// Telling paths and twins apart, where somebody is shown what could be mistaken.
+constexpr std::array<std::string_view, 6> kIdentity{"serial", "wwn", "paths", "duplicate_serial", "used_by", "verdict"};
+constexpr std::array<std::string_view, 5> kPaths{"wwn", "paths", "duplicate_serial", "used_by", "verdict"};
+// By which paths to one drive are told.
+constexpr std::array<const char *, 4> kUnit{"serial", "wwn", "model", "size"};
+constexpr std::array<std::string_view, 2> kBays{"bay", "enclosure"};
+
+bool shows_any(const Request &request, std::span<const std::string_view> keys) {
+    return request.keys.empty() || std::any_of(request.keys.begin(), request.keys.end(), [keys](const auto &key) {
+               return std::find(keys.begin(), keys.end(), key) != keys.end();
+           });
+}
+
+// What the facts that are shown need of the kernel; the RAID makers' drives are tied by nearly everything.
+std::vector<std::string> keys_of(const Request &request) {
+    if (request.keys.empty() || request.raid) return {};
+    std::vector<std::string> keys = request.keys;
+    keys.insert(keys.end(), {"name", "path", "type"});
+    if (request.ask_drives) {
+        const std::vector<std::string> needed = keys_for_asking(request.keys);
+        keys.insert(keys.end(), needed.begin(), needed.end());
+    }
+    if (shows_any(request, kIdentity)) keys.insert(keys.end(), {"serial", "tran", "hctl", "pci"});
+    if (shows_any(request, kPaths)) keys.insert(keys.end(), std::begin(kUnit), std::end(kUnit));
+    return keys;
+}
 
 std::vector<Thing *> chosen(const Machine &machine, const std::vector<std::string> &names) {
     std::vector<Thing *> things;
@@ -22,35 +53,47 @@ std::vector<Thing *> chosen(const Machine &machine, const std::vector<std::strin
     return things;
 }
 
-void ask_drives(Machine &machine, const Request &request) {
+// As root all drives are asked, and workers do the reading of their attributes, too.
+bool puts_off(const Request &request) { return request.ask_drives && request.only.empty() && geteuid() == 0; }
+
+void ask_drives(Machine &machine, const Request &request, const KernelRequest &kernel, std::vector<Thing *> put_off) {
     const std::vector<Thing *> only = chosen(machine, request.only);
     // Names of which none is a drive: there is nobody to ask.
     if (only.empty() && !request.only.empty()) return;
-    read_drives(machine, {request.limit, request.defects, request.state, only, request.tick});
+    read_drives(machine, {request.limit, keys_of(request), request.defects, request.state, only, std::move(put_off),
+                          kernel, request.tick});
 }
 
-// Telling paths and twins apart, where somebody is shown what could be mistaken.
-constexpr std::array<std::string_view, 4> kIdentity{"serial", "wwn", "paths", "duplicate_serial"};
-
-bool needs_identity(const Request &request) {
-    return request.keys.empty() || std::any_of(request.keys.begin(), request.keys.end(), [](const std::string &key) {
-               return std::find(kIdentity.begin(), kIdentity.end(), key) != kIdentity.end();
-           });
+bool has_twins(const Machine &machine) {
+    std::unordered_set<std::string> serials;
+    return std::any_of(machine.things().begin(), machine.things().end(), [&](const Thing &thing) {
+        const std::string serial = thing.kind() == ThingKind::kDrive ? thing.text("serial") : "";
+        return !serial.empty() && !serials.insert(serial).second;
+    });
 }
 
-// What the facts that are shown need of the kernel; the RAID makers' drives are tied by nearly everything.
-std::vector<std::string> keys_of(const Request &request) {
-    if (request.keys.empty() || request.raid) return {};
-    std::vector<std::string> keys = request.keys;
-    keys.insert(keys.end(), {"name", "path", "type"});
-    if (request.ask_drives) keys.insert(keys.end(), {"maj_min", "diskseq", "kind", "tran", "removable", "model"});
-    if (needs_identity(request)) keys.insert(keys.end(), {"serial", "wwn", "model", "size", "tran", "hctl", "pci"});
-    return keys;
+// Whether drives of one serial number are one drive is told by facts that nobody wants to see: they are read when there
+// are such drives.
+void read_units(Machine &machine, const Request &request) {
+    Machine units;
+    read_kernel(units, {request.all, {std::begin(kUnit), std::end(kUnit)}});
+    for (const Thing &unit : units.things()) {
+        Thing *thing = machine.find(unit.id());
+        if (thing == nullptr) continue;
+        for (const auto &[index, fact] : unit.facts()) {
+            const char *key = all_facts()[index].key;
+            const bool is_known = thing->fact(key) != nullptr && !thing->fact(key)->words.empty();
+            for (const Word &word : fact.words) {
+                if (!is_known) thing->tell(key, word.value, word.source, word.detail);
+            }
+        }
+    }
 }
 
-bool shows_bays(const Request &request) {
-    const auto is_of_bay = [](const std::string &key) { return key == "bay" || key == "enclosure"; };
-    return request.keys.empty() || std::any_of(request.keys.begin(), request.keys.end(), is_of_bay);
+void tell_identities(Machine &machine, const Request &request) {
+    if (!shows_any(request, kIdentity)) return;
+    if (!keys_of(request).empty() && !shows_any(request, kPaths) && has_twins(machine)) read_units(machine, request);
+    relate_identities(machine);
 }
 
 void note_failed(Machine &machine) {
@@ -69,16 +112,17 @@ void note_failed(Machine &machine) {
 
 Machine survey(const Request &request) {
     Machine machine;
-    read_kernel(machine, {request.all, keys_of(request)});
+    const KernelRequest kernel{request.all, keys_of(request), puts_off(request)};
+    std::vector<Thing *> put_off = read_kernel(machine, kernel);
     read_usb(machine);
-    if (shows_bays(request)) read_bays(machine);
-    if (request.ask_drives) ask_drives(machine, request);
+    if (shows_any(request, kBays)) read_bays(machine);
+    if (request.ask_drives) ask_drives(machine, request, kernel, std::move(put_off));
     settle(machine);
     if (request.raid) {
         read_raid(machine, {request.limit});
         settle(machine);
     }
-    if (needs_identity(request)) relate_identities(machine);
+    tell_identities(machine, request);
     note_failed(machine);
     settle(machine);
     return machine;

@@ -41,7 +41,7 @@ class Frozen : public testing::Test {
                                    }});
         const std::string file = path_ + "/m/file";
         jobs[7] = {[file] { return std::to_string(open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600)); },
-                   [&](const Outcome &outcome) { result.second = outcome.words; }, lock};
+                   [&](const Outcome &outcome) { result.second = outcome.words; }, [lock] { return lock; }};
         do_jobs(jobs, {.limit = limit, .lock_folder = path_ + "/locks"});
         return result;
     }

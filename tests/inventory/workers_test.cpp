@@ -44,7 +44,8 @@ std::vector<Outcome> outcomes_of(const std::vector<Reading> &readings, const Wor
     std::vector<Outcome> outcomes(readings.size());
     std::vector<Job> jobs;
     for (std::size_t i = 0; i < readings.size(); ++i) {
-        jobs.push_back({readings[i], [&outcomes, i](Outcome outcome) { outcomes[i] = std::move(outcome); }, lock});
+        jobs.push_back({readings[i], [&outcomes, i](Outcome outcome) { outcomes[i] = std::move(outcome); },
+                        [lock] { return lock; }});
     }
     do_jobs(jobs, work);
     return outcomes;

@@ -38,7 +38,7 @@ class FirmwareCommand : public WorldTest {
         };
     }
 
-    static int run(const std::vector<std::string> &words) { return tool::run_line(words, tool::add_commands); }
+    static int run(const std::vector<std::string> &words) { return tool::run_line(words, tool::all_commands()); }
 
     static std::vector<std::string> files() {
         std::vector<std::string> names;

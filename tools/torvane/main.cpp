@@ -44,7 +44,7 @@ int main(int argc, char **argv) {
     // Who ignores it and starts the tool would have the kernel reap its workers, and their ends be unknown.
     std::signal(SIGCHLD, SIG_DFL);
     try {
-        return tool::flushed(tool::run_line({argv + 1, argv + argc}, tool::add_commands));
+        return tool::flushed(tool::run_line({argv + 1, argv + argc}, tool::all_commands()));
     } catch (const std::bad_alloc &) {
         tool::end_without_memory();
     } catch (const std::exception &error) {

@@ -319,31 +319,91 @@ static int complete(const CLI::App &tool, const std::vector<std::string> &words)
     return kDone;
 }
 
-int run_line(const std::vector<std::string> &words, void (*add_commands)(const Command &tool)) {
-    CLI::App tool("List and look after the storage devices of this machine.", "torvane");
-    Action chosen;
-    running = &tool;
-    tool.formatter(std::make_shared<HelpFormatter>());
-    tool.footer(kFooter);
-    tool.require_subcommand(1); // one command a line
-    tool.set_help_flag("-h,--help", "print this help");
-    tool.set_version_flag("-V,--version", "torvane " TORVANE_TOOL_VERSION, "print the version");
-    add_commands({tool, chosen});
-    if (!words.empty() && words.front() == "complete") return complete(tool, words);
-    const std::vector<std::string> given = arranged(tool, words);
-    try {
-        std::vector<std::string> reversed(given.rbegin(), given.rend());
-        tool.parse(reversed);
-        refuse_empty_values(tool);
-        return chosen();
-    } catch (const CLI::Success &request) {
-        tool.exit(request);
-        return kDone;
-    } catch (const CLI::ParseError &error) {
-        return refuse(wording(error, tool, given), command_of(tool));
-    } catch (const WrongUsage &error) {
-        return refuse(error.what(), command_of(tool));
+namespace {
+
+// The rows that the line needs if it says nothing unusual: making the options of all commands takes longer than listing
+// a few drives. Empty: all.
+std::vector<CommandRow> rows_for(const std::vector<std::string> &words, const std::vector<CommandRow> &commands) {
+    constexpr std::array<std::string_view, 5> kNeedAll{"help", "schema", "complete", "-h", "--help"};
+    const CommandRow *needed = nullptr;
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        if (std::find(kNeedAll.begin(), kNeedAll.end(), words[i]) != kNeedAll.end()) return {};
+        for (const CommandRow &row : commands) {
+            if (std::find(row.names.begin(), row.names.end(), words[i]) == row.names.end()) continue;
+            if (i > 0) return {}; // an option's value, a second command, or options before the command
+            needed = &row;
+        }
     }
+    return {needed == nullptr ? commands.front() : *needed};
+}
+
+// One reading of the line: the parser, what was chosen, and how it went.
+class Line {
+  public:
+    Line(const std::vector<std::string> &words, const std::vector<CommandRow> &commands) : words_(words) {
+        tool_.formatter(std::make_shared<HelpFormatter>());
+        tool_.footer(kFooter);
+        tool_.require_subcommand(1); // one command a line
+        tool_.set_help_flag("-h,--help", "print this help");
+        tool_.set_version_flag("-V,--version", "torvane " TORVANE_TOOL_VERSION, "print the version");
+        for (const CommandRow &row : commands) row.add({tool_, chosen_});
+        running = &tool_;
+    }
+
+    // Throws what is wrong with the line.
+    void parse() {
+        given_ = arranged(tool_, words_);
+        std::vector<std::string> reversed(given_.rbegin(), given_.rend());
+        tool_.parse(reversed);
+        refuse_empty_values(tool_);
+    }
+
+    // Without a word when not: who knows all commands words it best.
+    bool parses() {
+        try {
+            parse();
+            return true;
+        } catch (const CLI::Error &) {
+            return false;
+        }
+    }
+
+    int run() {
+        try {
+            return chosen_();
+        } catch (const WrongUsage &error) {
+            return refuse(error.what(), command_of(tool_));
+        }
+    }
+
+    int parse_and_run() {
+        if (!words_.empty() && words_.front() == "complete") return complete(tool_, words_);
+        try {
+            parse();
+        } catch (const CLI::Success &request) {
+            tool_.exit(request);
+            return kDone;
+        } catch (const CLI::ParseError &error) {
+            return refuse(wording(error, tool_, given_), command_of(tool_));
+        }
+        return run();
+    }
+
+  private:
+    const std::vector<std::string> &words_;
+    CLI::App tool_{"List and look after the storage devices of this machine.", "torvane"};
+    Action chosen_;
+    std::vector<std::string> given_;
+};
+
+} // namespace
+
+int run_line(const std::vector<std::string> &words, const std::vector<CommandRow> &commands) {
+    if (const std::vector<CommandRow> needed = rows_for(words, commands); !needed.empty()) {
+        Line line(words, needed);
+        if (line.parses()) return line.run();
+    }
+    return Line(words, commands).parse_and_run();
 }
 
 } // namespace tool

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace CLI {
@@ -54,7 +55,13 @@ std::chrono::milliseconds to_limit(double seconds);
 // The help of a command: {"usb", "unbind"}; of all for none. WrongUsage for a name that is none.
 std::string help_of(const std::vector<std::string> &names);
 
+// A file of commands: their names, and what adds them with their options.
+struct CommandRow {
+    std::vector<std::string_view> names;
+    void (*add)(const Command &tool);
+};
+
 // Reads the line and runs what it names.
-int run_line(const std::vector<std::string> &words, void (*add_commands)(const Command &tool));
+int run_line(const std::vector<std::string> &words, const std::vector<CommandRow> &commands);
 
 } // namespace tool

@@ -2,14 +2,18 @@
 
 namespace tool {
 
-void add_commands(const Command &tool) {
-    constexpr void (*kAll[])(const Command &) = {
-        add_list_command,    add_show_command,     add_find_command,  add_raid_command,
-        add_health_command,  add_bay_commands,     add_usb_command,   add_mount_commands,
-        add_tray_command,    add_wait_command,     add_watch_command, add_diff_commands,
-        add_metrics_command, add_firmware_command, add_help_command,  add_schema_command,
+const std::vector<CommandRow> &all_commands() {
+    static const std::vector<CommandRow> all{
+        {{"list"}, add_list_command},       {{"show"}, add_show_command},
+        {{"find"}, add_find_command},       {{"raid"}, add_raid_command},
+        {{"health"}, add_health_command},   {{"bays", "locate"}, add_bay_commands},
+        {{"usb"}, add_usb_command},         {{"mount", "umount"}, add_mount_commands},
+        {{"tray"}, add_tray_command},       {{"wait"}, add_wait_command},
+        {{"watch"}, add_watch_command},     {{"diff", "check"}, add_diff_commands},
+        {{"metrics"}, add_metrics_command}, {{"firmware"}, add_firmware_command},
+        {{"help"}, add_help_command},       {{"schema"}, add_schema_command},
     };
-    for (const auto add : kAll) add(tool);
+    return all;
 }
 
 } // namespace tool

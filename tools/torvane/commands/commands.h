@@ -22,6 +22,6 @@ void add_firmware_command(const Command &tool);
 void add_help_command(const Command &tool);
 void add_schema_command(const Command &tool); // hidden
 
-void add_commands(const Command &tool); // all of them
+const std::vector<CommandRow> &all_commands();
 
 } // namespace tool
