@@ -147,6 +147,7 @@ class KernelReader {
     }
     void tell_measures(const Block &block);
     void tell_database(Thing &thing, const Numbers &numbers);
+    [[nodiscard]] bool is_about(const Entry &entry, const Thing &thing) const;
     [[nodiscard]] bool is_put_off(const Block &block) const;
     void put_off(Block &block, const Numbers &numbers);
 
@@ -204,9 +205,26 @@ void KernelReader::tell_numbers(const Block &block, const Numbers &numbers) {
     }
 }
 
+// A disk that was just plugged in has the number of one that is gone, and the device manager may not have come to it:
+// its entry is then about the other. The kernel numbers disks through, and the entry has that number as a link.
+bool KernelReader::is_about(const Entry &entry, const Thing &thing) const {
+    constexpr std::string_view kLink = "disk/by-diskseq/";
+    for (const std::string &link : entry.links()) {
+        if (!link.starts_with(kLink)) continue;
+        const auto noted = parse_number(link.substr(kLink.size(), link.find('-', kLink.size()) - kLink.size()));
+        std::string folder = thing.id();
+        std::replace(folder.begin(), folder.end(), '/', '!');
+        if (thing.kind() == ThingKind::kPartition) folder += "/..";
+        const auto now = class_.number((folder + "/diskseq").c_str());
+        return !noted || !now || *noted == *now;
+    }
+    return true;
+}
+
 void KernelReader::tell_database(Thing &thing, const Numbers &numbers) {
     if (!wanted_.database() && !wanted_.uses()) return;
     const Entry entry = database_.entry(numbers.major, numbers.minor);
+    if (!is_about(entry, thing)) return;
     if (entry.known) examined_.insert(&thing);
     tell_entry(thing, entry);
 }

@@ -136,7 +136,11 @@ class Tool {
         if (is_failure) answer.failure = ran.errors.empty() ? "(json says it)" : ran.errors;
         if (is_failure && ran.errors.empty() && said_.empty()) answer.fault = "failed without words";
         if (ran.status == -1) answer.fault = "hung";
-        if (ran.status != 0 && !is_failure) answer.fault = "status " + std::to_string(ran.status) + ": " + ran.errors;
+        // Told to end before it had begun.
+        constexpr int kTerminated = 128 + 15;
+        const bool is_early = ran.status == kTerminated && patience.count() > 0 && said_.empty();
+        if (ran.status != 0 && !is_failure && !is_early)
+            answer.fault = "status " + std::to_string(ran.status) + ": " + ran.errors;
         return answer;
     }
 
