@@ -98,13 +98,23 @@ class Older {
             left_.erase(found);
             return found;
         }
-        return nullptr;
+        return take_equal(drive);
     }
 
     [[nodiscard]] bool is_left(const Json &drive) const { return left_.contains(&drive); }
 
   private:
     static constexpr const char *kKeys[] = {"wwn", "serial", "name"};
+
+    // Of drives that nothing names, the one that all the same is said of.
+    const Json *take_equal(const Json &drive) {
+        const auto equal =
+            std::find_if(left_.begin(), left_.end(), [&drive](const Json *other) { return *other == drive; });
+        if (equal == left_.end()) return nullptr;
+        const Json *found = *equal;
+        left_.erase(equal);
+        return found;
+    }
 
     std::vector<const Json *> those_like(const Json &drive, const char *key) {
         std::vector<const Json *> same;
