@@ -49,7 +49,8 @@ unsigned running(const std::string &text) {
     unsigned count = 0;
     for (const auto &entry : fs::directory_iterator("/proc")) {
         std::ifstream file(entry.path() / "cmdline", std::ios::binary);
-        const std::string line((std::istreambuf_iterator<char>(file)), {});
+        std::string line;
+        std::getline(file, line, '\xff'); // nothing of a process that ends meanwhile
         if (entry.path().filename() != std::to_string(getpid()) && line.find(text) != std::string::npos) ++count;
     }
     return count;
