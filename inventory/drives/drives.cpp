@@ -79,7 +79,7 @@ std::string pack_whole(Thing &drive, const Thing &found) {
         known.words.insert(known.words.end(), fact.words.begin(), fact.words.end());
         if (!fact.reason.empty()) known.reason = fact.reason;
     }
-    drive.troubles = found.troubles;
+    drive.troubles.insert(drive.troubles.end(), found.troubles.begin(), found.troubles.end());
     return pack(drive);
 }
 
@@ -111,6 +111,7 @@ Job job_for(Thing &drive, PutOff &put_off) {
     };
     // What the kernel tells decides what is asked; who is asked for nothing is not opened.
     const auto lock = [&drive, &put_off]() -> std::string {
+        if (put_off.has(drive)) drive.troubles.clear(); // the parent has those so far
         put_off.read(drive, put_off.in_worker);
         if (asked_facts(drive, put_off.request).empty()) return "";
         return lock_name(drive.text("maj_min"), drive.number("diskseq"));
