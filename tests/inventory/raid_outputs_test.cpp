@@ -5,9 +5,9 @@
 // them, and of the kernel "adapters", "kernel" (its drives) and "generic".
 #include "inventory/raid/answers.h"
 #include "inventory/raid/tools.h"
+#include "values.h"
 
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <filesystem>
@@ -102,15 +102,7 @@ Json value_of(const Thing &thing, const std::string &key) {
     };
     if (key == "kernel") return ids(thing.related(RelationKind::kKnownAs));
     if (key == "spares") return ids(thing.related_to(RelationKind::kSpareFor));
-    return std::visit(
-        [](const auto &held) -> Json {
-            if constexpr (std::is_same_v<std::decay_t<decltype(held)>, std::monostate>) {
-                return nullptr;
-            } else {
-                return held;
-            }
-        },
-        thing.value(key));
+    return tests::json_of(thing.value(key));
 }
 
 bool is_of_raid(const Thing &thing) {

@@ -19,13 +19,6 @@ namespace {
 namespace fs = std::filesystem;
 using std::chrono::milliseconds;
 
-constexpr const char *kController =
-    R"({"Controllers":[{"Command Status":{"Controller":0,"Status":"Success"},"Response Data":{
-"Basics":{"Controller":0,"Model":"ACME","Serial Number":"SV1","PCI Address":"00:65:00:00"},
-"VD LIST":[{"DG/VD":"0/1","TYPE":"RAID0","State":"Optl","Size":"64 MB","Name":"one"}],
-"PD LIST":[{"EID:Slt":"252:0","DID":2,"State":"Onln","DG":0,"Size":"64 MB"}],
-"Drive /c0/e252/s0 - Detailed Information":{"SN":"S1"}}}]})";
-
 // Fake tools first on PATH, in a folder that keeps what they write.
 class Tools {
   public:

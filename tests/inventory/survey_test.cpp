@@ -2,6 +2,7 @@
 // their order, and of each the facts that matter: a value is the fact's, null says that there is none, "disputed" lists
 // the facts that the sources disagree about. "find" has what texts mean.
 #include "tree.h"
+#include "values.h"
 
 #include "inventory/bays/bays.h"
 #include "inventory/kernel/kernel.h"
@@ -10,7 +11,6 @@
 #include "inventory/usb/usb.h"
 
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 
 #include <filesystem>
 
@@ -20,17 +20,6 @@ namespace {
 using nlohmann::ordered_json;
 
 const std::string kMachines = TORVANE_TEST_MACHINES;
-
-ordered_json json_of(const Value &value) {
-    return std::visit(
-        [](const auto &held) -> ordered_json {
-            if constexpr (std::is_same_v<std::decay_t<decltype(held)>, std::monostate>)
-                return nullptr;
-            else
-                return held;
-        },
-        value);
-}
 
 std::vector<std::string> names() {
     std::vector<std::string> found;

@@ -34,6 +34,14 @@ class Tree {
 
 std::string content_of(const std::string &path);
 
+// What storcli64 prints of a controller of one drive.
+inline constexpr const char *kController =
+    R"({"Controllers":[{"Command Status":{"Controller":0,"Status":"Success"},"Response Data":{
+"Basics":{"Controller":0,"Model":"ACME","Serial Number":"SV1","PCI Address":"00:65:00:00"},
+"VD LIST":[{"DG/VD":"0/1","TYPE":"RAID0","State":"Optl","Size":"64 MB","Name":"one"}],
+"PD LIST":[{"EID:Slt":"252:0","DID":2,"State":"Onln","DG":0,"Size":"64 MB"}],
+"Drive /c0/e252/s0 - Detailed Information":{"SN":"S1"}}}]})";
+
 } // namespace inventory::tests
 
 #endif

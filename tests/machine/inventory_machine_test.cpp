@@ -1,5 +1,6 @@
 // Runs in the machines `kinds` and `disks`: what the inventory says without opening a device, against what the kernel's
 // own tools say there.
+#include "../inventory/values.h"
 #include "inventory/kernel/kernel.h"
 #include "inventory/survey/find.h"
 #include "inventory/survey/identity.h"
@@ -7,7 +8,6 @@
 #include "readers.h"
 
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 
 #include <unistd.h>
 
@@ -20,7 +20,8 @@
 namespace inventory {
 namespace {
 
-using nlohmann::json;
+using json = nlohmann::ordered_json;
+using tests::json_of;
 using truth::output_of;
 
 Machine everything() {
@@ -30,17 +31,6 @@ Machine everything() {
     relate_identities(machine);
     settle(machine);
     return machine;
-}
-
-json json_of(const Value &value) {
-    return std::visit(
-        [](const auto &held) -> json {
-            if constexpr (std::is_same_v<std::decay_t<decltype(held)>, std::monostate>)
-                return nullptr;
-            else
-                return held;
-        },
-        value);
 }
 
 json told() {

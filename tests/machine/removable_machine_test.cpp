@@ -252,60 +252,52 @@ TEST_F(RemovableMachine, WaitsEndWhenTheKernelMakesAndRemovesANode) {
     EXPECT_FALSE(fs::exists("/dev/" + name));
 }
 
-TEST_F(RemovableMachine, AStickPulledDuringAListingHarmsNothing) {
-    for (int delay = 0; delay < 3; ++delay) {
-        plug_in_spare();
-        std::jthread pull([delay] {
-            std::this_thread::sleep_for(40ms * delay);
-            EXPECT_EQ(std::system(kPullOut), 0);
-        });
-        const auto end = Clock::now() + 1500ms;
-        while (Clock::now() < end) {
-            MediaList list = empty_media_list;
-            const int result = get_usb_mass_storage_devices(&list);
-            EXPECT_TRUE(result == 0 || (result == -1 && list.media == nullptr));
-            release_media_list(&list);
-        }
-        pull.join();
-        expect_spare_gone();
+void list_for_a_while(std::jthread & /*pull*/) {
+    for (const auto end = Clock::now() + 1500ms; Clock::now() < end;) {
+        MediaList list = empty_media_list;
+        const int result = get_usb_mass_storage_devices(&list);
+        EXPECT_TRUE(result == 0 || (result == -1 && list.media == nullptr));
+        release_media_list(&list);
     }
 }
 
-TEST_F(RemovableMachine, AStickPulledDuringAMountIsUnmountedAllTheSame) {
-    for (int delay = 0; delay < 3; ++delay) {
-        plug_in_spare();
-        std::jthread pull([delay] {
-            std::this_thread::sleep_for(100ms * delay);
-            EXPECT_EQ(std::system(kPullOut), 0);
-        });
-        char *directory = nullptr;
-        const auto start = Clock::now();
-        const int result = create_and_mount_in_temp_dir("SPARE0001", &directory);
-        EXPECT_LT(Clock::now() - start, 30s);
-        pull.join();
-        EXPECT_EQ(directory != nullptr, result == 0);
-        if (directory != nullptr) {
-            EXPECT_EQ(remove_and_umount_in_temp_dir(directory), 0) << get_error_str(TORVANE_ERROR_MOUNT);
-        }
-        free(directory);
-        expect_spare_gone();
-        EXPECT_EQ(leftovers(), std::vector<std::string>()) << delay;
-    }
-}
-
-TEST_F(RemovableMachine, AStickPulledDuringAWaitEndsItInTime) {
-    plug_in_spare();
-    EXPECT_EQ(unbind_from_driver("SPARE0001"), 0);
-    std::jthread pull([] {
-        std::this_thread::sleep_for(500ms);
-        EXPECT_EQ(std::system(kPullOut), 0);
-    });
-    const auto start = Clock::now();
-    const int result = bind_to_driver_with_wait_for_driver("SPARE0001");
-    EXPECT_LT(Clock::now() - start, 20s);
-    EXPECT_TRUE(result == 0 || result == -1); // pulled before, within or after the wait for its node
+void mount_and_unmount(std::jthread &pull) {
+    char *directory = nullptr;
+    const int result = create_and_mount_in_temp_dir("SPARE0001", &directory);
     pull.join();
-    expect_spare_gone();
+    EXPECT_EQ(directory != nullptr, result == 0);
+    if (directory != nullptr) {
+        EXPECT_EQ(remove_and_umount_in_temp_dir(directory), 0) << get_error_str(TORVANE_ERROR_MOUNT);
+    }
+    free(directory);
+}
+
+void bind_and_wait(std::jthread & /*pull*/) {
+    EXPECT_EQ(unbind_from_driver("SPARE0001"), 0);
+    const int result = bind_to_driver_with_wait_for_driver("SPARE0001");
+    EXPECT_TRUE(result == 0 || result == -1); // pulled before, within or after the wait for its node
+}
+
+TEST_F(RemovableMachine, AStickPulledDuringACallEndsItInTimeAndLeavesNothing) {
+    for (const auto &[call, delay] : {std::pair(&list_for_a_while, 0ms),
+                                      {list_for_a_while, 40ms},
+                                      {list_for_a_while, 80ms},
+                                      {mount_and_unmount, 0ms},
+                                      {mount_and_unmount, 100ms},
+                                      {mount_and_unmount, 200ms},
+                                      {bind_and_wait, 500ms}}) {
+        plug_in_spare();
+        std::jthread pull([delay = delay] {
+            std::this_thread::sleep_for(delay);
+            EXPECT_EQ(std::system(kPullOut), 0);
+        });
+        const auto start = Clock::now();
+        call(pull);
+        EXPECT_LT(Clock::now() - start, 30s);
+        if (pull.joinable()) pull.join();
+        expect_spare_gone();
+        EXPECT_EQ(leftovers(), std::vector<std::string>());
+    }
     EXPECT_EQ(bind_to_driver_with_wait_for_driver("SPARE0001"), -1);
 }
 

@@ -174,7 +174,8 @@ TEST(Drives, WhoUsesOneIsSeenFromOutsideItsNamespace) {
     EXPECT_EQ(ask_for_device_alone(path, disk.text("maj_min"), 60s).state, Claim::State::kUsed);
     const auto mounts = mounts_elsewhere();
     EXPECT_TRUE(std::any_of(mounts.begin(), mounts.end(), [&](const ForeignMount &place) {
-        return place.number == disk.text("maj_min") && place.source == path && place.place == "/mnt";
+        return place.number == disk.text("maj_min") && place.source == path && place.place == "/mnt" &&
+               place.process.starts_with(std::to_string(container) + " (");
     }));
     kill(container, SIGKILL);
     waitpid(container, nullptr, 0);

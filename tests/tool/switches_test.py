@@ -25,7 +25,7 @@ OF_LISTINGS = [
     ("LISTING [--ndjson]", r'\A\{"name":"[^\n]+\}\n'),
     ("LISTING -o NAME,SIZE,UUID [--raw]", r"(?m)^\S+ \S+ -$"),
     ("LISTING -o NAME,UUID [--pairs]", r'NAME="[^"]+" UUID=""'),
-    ("LISTING [--output=SERIAL,SIZE]", r"\ASERIAL +SIZE *\n"),
+    ("LISTING [--output=serial,Size]", r"\ASERIAL +SIZE *\n"),
     ("LISTING [--output-all]", r"\ANAME .*MODEL .*SERIAL .*SIZE .*FAILED"),
     ("LISTING [--list-columns]", r"SERIAL +serial +serial number"),
     ("LISTING -o NAME,SIZE [--bytes]", r"(?m) \d{6,}$"),
@@ -174,6 +174,10 @@ class Switches(unittest.TestCase):
         models = {sample.labels["device"]: sample.labels["model"] for sample in families["torvane_drive"].samples}
         self.assertEqual(models["sdz"], 'A "B" \\ {c="d"} # \\x0aEOF\\x1b[31m\\xff')
         self.assertEqual(models["sdd"], "BIG ROTATING 16T")
+        listed = subprocess.run([ON_MACHINE, rack, TORVANE, "list", "-J", "-d", "-o", "NAME,SIZE,TYPE"], capture_output=True, check=False)
+        sizes = {sample.labels["device"]: sample.value for sample in families["torvane_drive_size_bytes"].samples}
+        self.assertEqual(sizes, {drive["name"]: drive["size"] for drive in json.loads(listed.stdout)["drives"]
+                                 if drive["type"] in ("disk", "optical", "iscsi")})
 
     def test_help_fits_a_terminal(self):
         for command in COMMANDS + [""]:

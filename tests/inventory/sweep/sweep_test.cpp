@@ -134,13 +134,6 @@ constexpr Operation kOperations[] = {
 
 constexpr const char *kRaidTree = "/sys/bus/pci/drivers/megaraid_sas/0000:65:00.0/vendor = 0x1000\n"
                                   "/sys/bus/pci/devices/0000:65:00.0/host0/x = 1\n";
-constexpr const char *kController =
-    R"({"Controllers":[{"Command Status":{"Controller":0,"Status":"Success"},"Response Data":{
-"Basics":{"Controller":0,"Model":"ACME","Serial Number":"SV1","PCI Address":"00:65:00:00"},
-"VD LIST":[{"DG/VD":"0/1","TYPE":"RAID0","State":"Optl","Size":"64 MB","Name":"one"}],
-"PD LIST":[{"EID:Slt":"252:0","DID":2,"State":"Onln","DG":0,"Size":"64 MB"}],
-"Drive /c0/e252/s0 - Detailed Information":{"SN":"S1"}}}]})";
-
 std::set<std::string> descriptors() {
     std::set<std::string> found;
     for (const auto &entry : fs::directory_iterator("/run/proc/self/fd")) {
