@@ -1,8 +1,9 @@
 #include "inventory/kernel/mounts.h"
 
 #include "inventory/kernel/folder.h"
+#include "inventory/kernel/mount_library.h"
 
-#include <libmount.h>
+#include <dlfcn.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
@@ -22,6 +23,7 @@ using Points = std::unordered_map<Thing *, std::vector<std::string>>;
 constexpr const char *kMounts = "/proc/self/mountinfo";
 constexpr const char *kSwaps = "/proc/swaps";
 constexpr const char *kSwapSpace = "[SWAP]";
+constexpr const char *kNoLibrary = "the library that reads it cannot be loaded";
 
 // Finds things by device number and by the paths that tables name them with.
 class Things {
@@ -58,10 +60,10 @@ void add(Points &points, Thing *thing, const char *point) {
 }
 
 // False without memory.
-template <class Use> bool for_each_line(libmnt_table *table, Use use) {
-    const Iterator iterator(mnt_new_iter(MNT_ITER_FORWARD), mnt_free_iter);
+template <class Use> bool for_each_line(const MountLibrary &library, libmnt_table *table, Use use) {
+    const Iterator iterator(library.new_iter(MNT_ITER_FORWARD), library.free_iter);
     libmnt_fs *line = nullptr;
-    while (iterator && mnt_table_next_fs(table, iterator.get(), &line) == 0) use(line);
+    while (iterator && library.next_fs(table, iterator.get(), &line) == 0) use(line);
     return iterator != nullptr;
 }
 
@@ -73,44 +75,44 @@ void note_failure(Machine &machine, const char *path, const char *remedy) {
 
 // The library passes over lines that it has no memory for, too.
 int note_line(libmnt_table *table, const char * /*file*/, int /*line*/) {
-    *static_cast<bool *>(mnt_table_get_userdata(table)) = true;
+    *static_cast<bool *>(mount_library()->get_userdata(table)) = true;
     return 1;
 }
 
 // False, with errno, when not all of it was read.
-template <class Parse, class Use> bool read_table(const char *path, Parse parse, Use use) {
-    const Table table(mnt_new_table(), mnt_unref_table);
+template <class Parse, class Use> bool read_table(const MountLibrary &library, const char *path, Parse parse, Use use) {
+    const Table table(library.new_table(), library.unref_table);
     bool has_failed = false;
     errno = ENOMEM;
-    if (!table || mnt_table_set_userdata(table.get(), &has_failed) != 0) return false;
-    mnt_table_set_parser_errcb(table.get(), note_line);
+    if (!table || library.set_userdata(table.get(), &has_failed) != 0) return false;
+    library.set_parser_errcb(table.get(), note_line);
     errno = 0;
     const int result = parse(table.get(), path);
     const bool is_cut = errno == ENOMEM; // a success to the library
     // Without swap support there is no such file.
     if (result == -ENOENT && path == kSwaps) return true;
     errno = result < 0 ? -result : ENOMEM;
-    return result == 0 && !is_cut && for_each_line(table.get(), use) && !has_failed;
+    return result == 0 && !is_cut && for_each_line(library, table.get(), use) && !has_failed;
 }
 
-bool read_mounts(const Things &things, Points &points) {
+bool read_mounts(const MountLibrary &library, const Things &things, Points &points) {
     bool is_whole = true;
-    const bool is_read = read_table(kMounts, mnt_table_parse_file, [&](libmnt_fs *line) {
-        Thing *thing = things.with(mnt_fs_get_devno(line));
+    const bool is_read = read_table(library, kMounts, library.parse_file, [&](libmnt_fs *line) {
+        Thing *thing = things.with(library.devno(line));
         // A file system over several devices (btrfs) has a number that is none of theirs.
-        const char *source = mnt_fs_get_srcpath(line);
+        const char *source = library.source_path(line);
         if (thing == nullptr && source != nullptr) thing = things.at(source);
-        const char *point = mnt_fs_get_target(line);
-        is_whole = is_whole && point != nullptr && mnt_fs_get_source(line) != nullptr;
+        const char *point = library.target(line);
+        is_whole = is_whole && point != nullptr && library.source(line) != nullptr;
         add(points, thing, point);
     });
     return is_read && is_whole;
 }
 
-bool read_swaps(const Things &things, Points &points) {
+bool read_swaps(const MountLibrary &library, const Things &things, Points &points) {
     bool is_whole = true;
-    const bool is_read = read_table(kSwaps, mnt_table_parse_swaps, [&](libmnt_fs *line) {
-        const char *source = mnt_fs_get_srcpath(line);
+    const bool is_read = read_table(library, kSwaps, library.parse_swaps, [&](libmnt_fs *line) {
+        const char *source = library.source_path(line);
         is_whole = is_whole && source != nullptr;
         if (source != nullptr) add(points, things.at(source), kSwapSpace);
     });
@@ -146,9 +148,15 @@ bool spread_btrfs(Machine &machine, Points &points) {
 bool tell_mounts(Machine &machine) {
     const Things things(machine);
     Points points;
-    const bool has_mounts = read_mounts(things, points);
+    const MountLibrary *library = mount_library();
+    if (library == nullptr) {
+        const char *words = dlerror();
+        machine.troubles.push_back({kMounts, "", words == nullptr ? kNoLibrary : words, "", true});
+        return false;
+    }
+    const bool has_mounts = read_mounts(*library, things, points);
     if (!has_mounts) note_failure(machine, kMounts, "mount /proc");
-    const bool has_swaps = read_swaps(things, points);
+    const bool has_swaps = read_swaps(*library, things, points);
     if (!has_swaps) note_failure(machine, kSwaps, "");
     const bool has_btrfs = spread_btrfs(machine, points);
     for (auto &[thing, places] : points) thing->tell("mount_points", places, Source::kMounts, kMounts);

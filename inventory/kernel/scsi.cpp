@@ -8,7 +8,6 @@ namespace inventory {
 namespace {
 
 constexpr AttributeRow kScsi[] = {
-    {"vendor", "vendor"},
     {"model", "model"},
     {"firmware", "rev"},
     {"device_state", "state"},
@@ -56,6 +55,9 @@ std::string port_of(const Place &place) {
 }
 
 void tell_scsi_unit(Thing &thing, const Folder &unit, const Wanted &wanted) {
+    const bool may_be_ata = thing.kind() == ThingKind::kDrive && wanted.any({"model", "firmware", "rpm", "serial"});
+    const std::string vendor = may_be_ata || wanted.has("vendor") ? unit.text("vendor") : "";
+    if (wanted.has("vendor")) thing.tell("vendor", vendor, Source::kKernel, "vendor");
     tell_attributes(thing, unit, kScsi, wanted);
     const auto page = [&unit](const char *name) { return unit.bytes(name).value_or(""); };
     if (wanted.has("serial")) thing.tell("serial", serial_of_page(page("vpd_pg80")), Source::kIdentity, "vpd_pg80");
@@ -65,10 +67,9 @@ void tell_scsi_unit(Thing &thing, const Folder &unit, const Wanted &wanted) {
         const auto rotation = rotation_of_page(page("vpd_pgb1"));
         if (rotation) thing.tell("rpm", *rotation, Source::kIdentity, "vpd_pgb1");
     }
-    if (!wanted.any({"model", "firmware", "rpm", "serial"})) return;
+    if (!may_be_ata) return;
     // SAT-4, 10.3: a translation layer calls every ATA drive so. Others that have the page, as emulated disks do, fill it
     // with what is not theirs.
-    const std::string vendor = unit.text("vendor");
     if (vendor != "ATA" && !vendor.starts_with("ATA ")) return;
     if (const auto identity = ata_identity_of_page(page("vpd_pg89"))) tell_ata_identity(thing, *identity);
 }

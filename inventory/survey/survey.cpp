@@ -13,7 +13,7 @@
 #include <array>
 #include <span>
 #include <string_view>
-#include <unordered_set>
+#include <unordered_map>
 
 namespace inventory {
 namespace {
@@ -64,35 +64,42 @@ void ask_drives(Machine &machine, const Request &request, const KernelRequest &k
                           kernel, request.tick});
 }
 
-bool has_twins(const Machine &machine) {
-    std::unordered_set<std::string> serials;
-    return std::any_of(machine.things().begin(), machine.things().end(), [&](const Thing &thing) {
+// Drives of one serial number.
+std::vector<Thing *> find_twins(Machine &machine) {
+    std::unordered_map<std::string, std::vector<Thing *>> by_serial;
+    for (Thing &thing : machine.things()) {
         const std::string serial = thing.kind() == ThingKind::kDrive ? thing.text("serial") : "";
-        return !serial.empty() && !serials.insert(serial).second;
-    });
+        if (!serial.empty()) by_serial[serial].push_back(&thing);
+    }
+    std::vector<Thing *> twins;
+    for (const auto &[serial, drives] : by_serial) {
+        if (drives.size() > 1) twins.insert(twins.end(), drives.begin(), drives.end());
+    }
+    return twins;
 }
 
-// Whether drives of one serial number are one drive is told by facts that nobody wants to see: they are read when there
-// are such drives.
-void read_units(Machine &machine, const Request &request) {
-    Machine units;
-    read_kernel(units, {request.all, {std::begin(kUnit), std::end(kUnit)}});
-    for (const Thing &unit : units.things()) {
-        Thing *thing = machine.find(unit.id());
-        if (thing == nullptr) continue;
-        for (const auto &[index, fact] : unit.facts()) {
-            const char *key = all_facts()[index].key;
-            const bool is_known = thing->fact(key) != nullptr && !thing->fact(key)->words.empty();
-            for (const Word &word : fact.words) {
-                if (!is_known) thing->tell(key, word.value, word.source, word.detail);
-            }
+// Whether drives of one serial number are one drive is told by facts that nobody wants to see: they are read for those.
+void read_units(const std::vector<Thing *> &twins) {
+    const KernelRequest request{false, {std::begin(kUnit), std::end(kUnit)}};
+    KernelDetails details(request);
+    for (Thing *twin : twins) {
+        Thing unit = *twin;
+        details.read(unit);
+        for (const char *key : kUnit) {
+            const Fact *known = twin->fact(key);
+            if (known != nullptr && !known->words.empty()) continue;
+            const Fact *read = unit.fact(key);
+            if (read == nullptr) continue;
+            for (const Word &word : read->words) twin->tell(key, word.value, word.source, word.detail);
         }
+        const auto known = static_cast<std::ptrdiff_t>(twin->troubles.size());
+        twin->troubles.insert(twin->troubles.end(), unit.troubles.begin() + known, unit.troubles.end());
     }
 }
 
 void tell_identities(Machine &machine, const Request &request) {
     if (!shows_any(request, kIdentity)) return;
-    if (!keys_of(request).empty() && !shows_any(request, kPaths) && has_twins(machine)) read_units(machine, request);
+    if (!keys_of(request).empty() && !shows_any(request, kPaths)) read_units(find_twins(machine));
     relate_identities(machine);
 }
 

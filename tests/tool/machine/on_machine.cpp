@@ -39,6 +39,8 @@ void show_programs_themselves() {
     // Leaks are looked for by way of /proc/NUMBER, which no machine made of files has.
     const char *options = std::getenv("ASAN_OPTIONS");
     setenv("ASAN_OPTIONS", (std::string(options != nullptr ? options : "") + ":detect_leaks=0").c_str(), 1);
+    // The loader takes a program's place from that link, too, and would not find the library beside it.
+    setenv("LD_LIBRARY_PATH", LIBRARY_FOLDER, 1);
 }
 
 } // namespace
