@@ -260,8 +260,8 @@ class Raid(unittest.TestCase):
     def test_the_light_of_a_member_is_switched_by_the_tool_that_told_of_it(self):
         with tempfile.TemporaryDirectory() as folder:
             said = pathlib.Path(folder, "said")
-            answers = ROOT / "tests" / "inventory" / "surveys" / "outputs" / "sas2ircu"
-            self.tool(folder, "sas2ircu", f"""file={answers}/$(echo "$*" | tr ' ' _)
+            answers = ROOT / "tests" / "inventory" / "outputs" / "sas2ircu"
+            self.tool(folder, "sas2ircu", f"""file={answers}/sas2ircu_$(echo "$*" | tr ' ' _)
 if [ -e "$file" ]; then exec cat "$file"; fi
 echo "$*" >>{said}
 case $3 in 1:1) echo; echo 'no such drive'; exit 1;; esac

@@ -117,11 +117,7 @@ class FailureSweep : public RaidTest {
         plug_in({.port = "1-2", .host = 3, .serial = "IDLE", .units = {{.bound = false}}});
         plug_in({.port = "1-3", .host = 5, .serial = "BARE", .units = {{.name = "sdc", .minor = 32, .node = false}}});
         arcconf("Controllers found: 1\n", {small_config()});
-        megacli("Adapter 0 -- Virtual Drive Information:\nVirtual Drive: 0 (Target Id: 0)\n"
-                "Name                :DATA\nSize                : 8 KB\n",
-                "Adapter #0\nEnclosure Device ID: 1\nSlot Number: 2\n"
-                "Drive's position: DiskGroup: 0, Span: 0, Arm: 0\nEnclosure position: 1\n"
-                "Coerced Size: 4 KB [0x8 Sectors]\nInquiry Data: ACME L1 LS0\n");
+        megacli(kSmallLogical, kSmallPhysical);
         lspci("01:00.0 RAID: One\n\tKernel modules: megaraid_sas\n");
         adapter("01:00.0", 4);
         const auto logical = logical_drive("sdl", 176, "4:2:0:0");

@@ -23,9 +23,9 @@ static std::string described(const RaidDrive &drive) {
 
 template <class Records> static std::string all(const Records &records);
 
-static std::string described(const InfoMapEntry &entry) { return line(entry.device, entry.info); }
+std::string described(const InfoMapEntry &entry) { return line(entry.device, entry.info); }
 
-static std::string described(const PciInfo &adapter) {
+std::string described(const PciInfo &adapter) {
     return line(adapter.type, adapter.number, adapter.host, adapter.target, adapter.lun, adapter.slot, adapter.device);
 }
 

@@ -31,6 +31,8 @@ std::string described(const DriveList &list);
 std::string described(const PartitionList &list);
 std::string described(const MediaRecord &media);
 std::string described(const RaidController &controller);
+std::string described(const InfoMapEntry &entry);
+std::string described(const PciInfo &adapter);
 
 struct Places {
     char *text = nullptr;

@@ -1,40 +1,28 @@
+#include "places.h"
 #include "raid_tools.h"
+
+#include <span>
 
 using namespace torvane::world;
 
 namespace {
 
-std::string shown(const char *text) { return text == nullptr ? "-" : text; }
-
 class RaidLookup : public RaidTest {
   protected:
-    // The records as "type/number host:target:lun slot device".
-    static std::string looked_up() {
-        PciInfo *records = nullptr;
+    // The records' lines; a failure's result before them.
+    template <class Record>
+    static std::string told(int (*look_up)(Record **, uint32_t *), void (*release)(Record *, int)) {
+        Record *records = nullptr;
         uint32_t found = 9;
-        const int result = lookup_pci_info(&records, &found);
+        const int result = look_up(&records, &found);
         std::string text = result == 0 ? "" : std::to_string(result) + " ";
-        for (uint32_t i = 0; i < found; ++i) {
-            const PciInfo &record = records[i];
-            text += std::to_string(record.type) + "/" + std::to_string(record.number) + " " +
-                    std::to_string(record.host) + ":" + std::to_string(record.target) + ":" +
-                    std::to_string(record.lun) + " " + shown(record.slot) + " " + shown(record.device) + "\n";
-        }
+        for (const Record &record : std::span(records, found)) text += torvane::world::described(record);
         EXPECT_EQ(records == nullptr, found == 0);
-        release_pci_info(records, static_cast<int>(found));
+        release(records, static_cast<int>(found));
         return text;
     }
-
-    template <class Relate> static std::string mapped(Relate relate) {
-        InfoMapEntry *map = nullptr;
-        uint32_t found = 9;
-        const int result = relate(&map, &found);
-        std::string text = result == 0 ? "" : std::to_string(result) + " ";
-        for (uint32_t i = 0; i < found; ++i) text += shown(map[i].device) + "=" + shown(map[i].info) + "\n";
-        EXPECT_TRUE(result == 0 || map == nullptr);
-        release_info_map(map, static_cast<int>(found));
-        return text;
-    }
+    static std::string looked_up() { return told(lookup_pci_info, release_pci_info); }
+    static std::string models() { return told(relate_model_to_drives, release_info_map); }
 };
 
 TEST_F(RaidLookup, AdaptersAndTheirDisks) {
@@ -51,12 +39,12 @@ TEST_F(RaidLookup, AdaptersAndTheirDisks) {
     logical_drive("sdc", 32, "5:0:1:0");
     logical_drive("sdd", 48, "4:0:0:0");
     world.directory("/sys/class/scsi_disk/5:2:7:0");
-    EXPECT_EQ(looked_up().substr(0, 86), "2/0 4:0:1 01:00.0 /dev/sda\n"
-                                         "0/0 5:0:0 02:00.0 -\n"
-                                         "2/1 5:0:0 02:00.0 -\n"
-                                         "2/2 0:0:0 single -\n");
+    EXPECT_EQ(looked_up().substr(0, 94), "|2|0|4|0|1|01:00.0|/dev/sda|\n"
+                                         "|0|0|5|0|0|02:00.0|-|\n"
+                                         "|2|1|5|0|0|02:00.0|-|\n"
+                                         "|2|2|0|0|0|single|-|\n");
     const std::string text = looked_up();
-    for (const char *further : {"2/0 4:3:0 - /dev/sdb\n", "0/0 5:1:0 - /dev/sdc\n", "2/1 5:7:0 - -\n"}) {
+    for (const char *further : {"|2|0|4|3|0|-|/dev/sdb|\n", "|0|0|5|1|0|-|/dev/sdc|\n", "|2|1|5|7|0|-|-|\n"}) {
         EXPECT_NE(text.find(further), std::string::npos) << further << text;
     }
     EXPECT_EQ(text.find("sdd"), std::string::npos) << "a disk that the adapter passes through";
@@ -70,14 +58,14 @@ TEST_F(RaidLookup, ModelsOfWholeDisks) {
     world.disk({.name = "sdc", .minor = 32, .address = "2:0:0:0"});
     world.remove("/dev/sdb");
     world.remove("/sys/devices/pci0000:00/0000:00:1f.2/ata1/host0/target0:0:0/2:0:0:0/vendor");
-    EXPECT_EQ(mapped(relate_model_to_drives), "/dev/sda=LSI MR DATA\n");
+    EXPECT_EQ(models(), "|/dev/sda|LSI MR DATA|\n");
     const std::string rows = read_file("/proc/partitions");
     world.file("/proc/partitions", rows + "   8  48\n");
-    EXPECT_EQ(mapped(relate_model_to_drives), "-1 ");
+    EXPECT_EQ(models(), "-1 ");
     world.file("/proc/partitions", rows + std::string(1 << 20, 'x'));
-    EXPECT_EQ(mapped(relate_model_to_drives), "-1 ");
+    EXPECT_EQ(models(), "-1 ");
     world.remove("/proc/partitions");
-    EXPECT_EQ(mapped(relate_model_to_drives), "-1 ");
+    EXPECT_EQ(models(), "-1 ");
 }
 
 } // namespace

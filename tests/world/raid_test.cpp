@@ -13,14 +13,9 @@ using namespace torvane::world;
 
 namespace {
 
-const std::string kLogical = "Adapter 0 -- Virtual Drive Information:\n"
-                             "Virtual Drive: 0 (Target Id: 0)\nName                :\nSize                : 8 KB\n";
-const std::string kPhysical = "Adapter #0\nEnclosure Device ID: 1\nSlot Number: 2\n"
-                              "Drive's position: DiskGroup: 0, Span: 0, Arm: 0\nEnclosure position: 1\n"
-                              "Coerced Size: 4 KB [0x8 Sectors]\nInquiry Data: ACME L1 LS0\n";
-const std::string kSmallLsi = "2/0\n 0 /dev/raid_2_0_0 [] 8192\n   2 /dev/sg_raid_2_0_2 [LS0] [ACME L1] (0, 2) 4096\n";
+const std::string kSmallLsi = "|2|0|\n|0|DATA|/dev/raid_2_0_0|8192|\n|2|/dev/sg_raid_2_0_2|LS0|ACME L1|(0, 2)|4096|\n";
 const std::string kSmallAdaptec =
-    "0/1\n 0 /dev/raid_0_1_0 [DATA] 8192\n   0 /dev/sg_raid_0_1_0 [S0] [ACME D1] (0, 0) 4096\n";
+    "|0|1|\n|0|DATA|/dev/raid_0_1_0|8192|\n|0|/dev/sg_raid_0_1_0|S0|ACME D1|(0, 0)|4096|\n";
 
 class Raid : public RaidTest {
   protected:
@@ -60,10 +55,10 @@ TEST_F(Raid, ControllersOfBothMakersAreReadAndNamed) {
     megacli("Adapter 0 -- Virtual Drive Information:\nVirtual Drive: 3 (Target Id: 3)\nName                :SYS\n"
             "Size                : 9 KB\nAdapter 1 -- Virtual Drive Information:\n"
             "Virtual Drive: 3 (Target Id: 3)\nName                :SYS\nSize                : 10 KB\n",
-            kPhysical + "Enclosure Device ID: 1\nSlot Number: 6\nEnclosure position: 1\n"
-                        "Coerced Size: 5 KB [0x8 Sectors]\nInquiry Data: SEAGATE ST1 0000000A000012345678\n"
-                        "Adapter #1\nEnclosure Device ID: 1\nSlot Number: 0\nx: DiskGroup: 0, Span: 0, Arm: 0\n"
-                        "Enclosure position: 1\nCoerced Size: 4 KB [0x8 Sectors]\nInquiry Data: ACME L1 LS1\n");
+            kSmallPhysical + "Enclosure Device ID: 1\nSlot Number: 6\nEnclosure position: 1\n"
+                             "Coerced Size: 5 KB [0x8 Sectors]\nInquiry Data: SEAGATE ST1 0000000A000012345678\n"
+                             "Adapter #1\nEnclosure Device ID: 1\nSlot Number: 0\nx: DiskGroup: 0, Span: 0, Arm: 0\n"
+                             "Enclosure position: 1\nCoerced Size: 4 KB [0x8 Sectors]\nInquiry Data: ACME L1 LS1\n");
     lspci("01:00.0 RAID bus controller: One\n\tKernel modules: megaraid_sas\n\n"
           "02:00.0 RAID bus controller: Two\n\tKernel modules: megaraid_sas\n\n"
           "03:00.0 RAID bus controller: Three\n\tKernel modules: aacraid\n");
@@ -79,27 +74,27 @@ TEST_F(Raid, ControllersOfBothMakersAreReadAndNamed) {
         generic_node(number, serial);
     }
     ASSERT_EQ(read(), 0);
-    EXPECT_EQ(described(), "2/0\n"
-                           " 3 /dev/sda [SYS] 9216\n"
-                           "   2 /dev/sg_raid_2_0_2 [LS0] [ACME L1] (0, 2) 4096\n"
-                           "  6 /dev/sg4 [0000000A] [SEAGATE ST1] (0, 6) 5120\n"
-                           "2/1\n"
-                           " 3 /dev/sdb [SYS] 10240\n"
-                           "   0 /dev/sg1 [LS1] [ACME L1] (1, 0) 4096\n"
-                           "0/1\n"
-                           " 0 /dev/sdc [DATA] 976214016\n"
-                           "   0 /dev/sg_raid_0_1_0 [SER1] [ACME D1] (0, 1) 4096\n"
-                           " 1 /dev/raid_0_1_1 [TA] 1\n"
-                           "   1 /dev/sg3 [SER2] [ACME D1] (1, 4) 4096\n"
-                           "  7 /dev/sg5 [SPARE] [ACME D1] (0, 8) 4096\n"
-                           "0/2\n"
-                           " 0 /dev/sdc [DATA] 8192\n"
-                           "   0 /dev/sg_raid_0_2_0 [S0] [ACME D1] (0, 0) 4096\n");
+    EXPECT_EQ(described(), "|2|0|\n"
+                           "|3|SYS|/dev/sda|9216|\n"
+                           "|2|/dev/sg_raid_2_0_2|LS0|ACME L1|(0, 2)|4096|\n"
+                           "|6|/dev/sg4|0000000A|SEAGATE ST1|(0, 6)|5120|\n"
+                           "|2|1|\n"
+                           "|3|SYS|/dev/sdb|10240|\n"
+                           "|0|/dev/sg1|LS1|ACME L1|(1, 0)|4096|\n"
+                           "|0|1|\n"
+                           "|0|DATA|/dev/sdc|976214016|\n"
+                           "|0|/dev/sg_raid_0_1_0|SER1|ACME D1|(0, 1)|4096|\n"
+                           "|1|TA|/dev/raid_0_1_1|1|\n"
+                           "|1|/dev/sg3|SER2|ACME D1|(1, 4)|4096|\n"
+                           "|7|/dev/sg5|SPARE|ACME D1|(0, 8)|4096|\n"
+                           "|0|2|\n"
+                           "|0|DATA|/dev/sdc|8192|\n"
+                           "|0|/dev/sg_raid_0_2_0|S0|ACME D1|(0, 0)|4096|\n");
 }
 
 TEST_F(Raid, AToolWhoseEndNobodyCanTellHasFailed) {
     lspci("");
-    megacli(kLogical, kPhysical);
+    megacli(kSmallLogical, kSmallPhysical);
     std::signal(SIGCHLD, SIG_IGN); // the kernel then reaps for itself
     EXPECT_EQ(get_raids_lsi(&list, &count), -1);
     std::signal(SIGCHLD, SIG_DFL);
@@ -110,7 +105,7 @@ TEST_F(Raid, AToolWhoseEndNobodyCanTellHasFailed) {
 TEST_F(Raid, SignalsDoNotShortenWhatToolsSay) {
     lspci("");
     answer_presence(false, true);
-    megacli(kLogical, kPhysical);
+    megacli(kSmallLogical, kSmallPhysical);
     struct sigaction handler = {}; // without SA_RESTART
     handler.sa_handler = [](int) {};
     sigaction(SIGALRM, &handler, nullptr);
@@ -129,7 +124,7 @@ TEST_F(Raid, AMakerWithoutItsToolCostsNothingOneThatFailsItsOwnOrAll) {
     lspci("");
     const auto both = [this] {
         arcconf("Controllers found: 1\n", {small_config()});
-        megacli(kLogical, kPhysical);
+        megacli(kSmallLogical, kSmallPhysical);
         EXPECT_EQ(read(), 0);
         EXPECT_EQ(described(), kSmallLsi + kSmallAdaptec);
     };
@@ -145,10 +140,10 @@ TEST_F(Raid, AMakerWithoutItsToolCostsNothingOneThatFailsItsOwnOrAll) {
     EXPECT_EQ(described(), kSmallLsi);
     answers().system = nullptr;
     both();
-    megacli(kLogical, kPhysical + "Inquiry Data: short\n");
+    megacli(kSmallLogical, kSmallPhysical + "Inquiry Data: short\n");
     EXPECT_EQ(read(), 0);
     EXPECT_EQ(described(), kSmallAdaptec);
-    megacli(kLogical, "");
+    megacli(kSmallLogical, "");
     arcconf("Controllers found: 1\n", {"Logical device number 0\n"});
     EXPECT_EQ(read(), 0);
     EXPECT_EQ(described(), "") << "a group without a size";

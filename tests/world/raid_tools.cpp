@@ -1,5 +1,7 @@
 #include "raid_tools.h"
 
+#include "places.h"
+
 #include <span>
 
 namespace torvane::world {
@@ -11,27 +13,25 @@ std::string padded(const std::string &key, size_t colon, const std::string &valu
     return "   " + key + std::string(colon - key.size(), ' ') + ": " + value + "\n";
 }
 
-std::string shown(const char *text) { return text == nullptr ? "(null)" : text; }
-
-std::string describe(const RaidDrive &drive) {
-    return "  " + std::to_string(static_cast<int32_t>(drive.number)) + " " + shown(drive.device) + " [" +
-           shown(drive.serial) + "] [" + shown(drive.model) + "] " + shown(drive.location) + " " +
-           std::to_string(drive.size) + "\n";
-}
-
 void expect_links(const RaidController &controller) {
     for (const RaidDriveGroup &group : std::span(controller.groups, controller.group_count)) {
         EXPECT_EQ(group.controller, &controller);
         for (const RaidDrive &drive : std::span(group.drives, group.drive_count)) {
-            EXPECT_TRUE(drive.controller == &controller && drive.group == &group) << shown(drive.serial);
+            EXPECT_TRUE(drive.controller == &controller && drive.group == &group) << field(drive.serial);
         }
     }
     for (const RaidDrive &drive : std::span(controller.drives, controller.drive_count)) {
-        EXPECT_TRUE(drive.controller == &controller && drive.group == nullptr) << shown(drive.serial);
+        EXPECT_TRUE(drive.controller == &controller && drive.group == nullptr) << field(drive.serial);
     }
 }
 
 } // namespace
+
+const std::string kSmallLogical = "Adapter 0 -- Virtual Drive Information:\nVirtual Drive: 0 (Target Id: 0)\n"
+                                  "Name                :DATA\nSize                : 8 KB\n";
+const std::string kSmallPhysical = "Adapter #0\nEnclosure Device ID: 1\nSlot Number: 2\n"
+                                   "Drive's position: DiskGroup: 0, Span: 0, Arm: 0\nEnclosure position: 1\n"
+                                   "Coerced Size: 4 KB [0x8 Sectors]\nInquiry Data: ACME L1 LS0\n";
 
 const std::string kKilled = "read name < /proc/host/$PPID/comm\n[ \"$name\" = sh ] && kill -9 $PPID\nkill -9 $$";
 
@@ -105,13 +105,7 @@ std::string RaidTest::described() const {
     std::string text;
     for (const RaidController &controller : std::span(list, count)) {
         expect_links(controller);
-        text += std::to_string(controller.type) + "/" + std::to_string(controller.number) + "\n";
-        for (const RaidDriveGroup &group : std::span(controller.groups, controller.group_count)) {
-            text += " " + std::to_string(group.logical_number) + " " + shown(group.device) + " [" + shown(group.name) +
-                    "] " + std::to_string(group.size) + "\n";
-            for (const RaidDrive &drive : std::span(group.drives, group.drive_count)) text += " " + describe(drive);
-        }
-        for (const RaidDrive &drive : std::span(controller.drives, controller.drive_count)) text += describe(drive);
+        text += world::described(controller);
     }
     return text;
 }

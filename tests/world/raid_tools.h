@@ -25,6 +25,10 @@ struct Device {
 };
 std::string device_section(const Device &device);
 
+// What megacli prints of one group of one drive.
+extern const std::string kSmallLogical;
+extern const std::string kSmallPhysical;
+
 // A script's end by signal. The shell that runs a tool for us stands between or has become the tool.
 extern const std::string kKilled;
 
@@ -48,7 +52,7 @@ class RaidTest : public UsbTest {
     // A physical drive that only a generic node reaches.
     void generic_node(int number, const std::string &serial) const;
 
-    // The list, one line for each group and drive, as "type/number/group name/logical number ...".
+    // The list in the lines of places.h; every record knows where it belongs.
     std::string described() const;
     int read();
     void forget();

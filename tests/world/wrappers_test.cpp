@@ -17,12 +17,6 @@ void lay_out_disks(const World &world) {
     world.disk({.name = "sdb", .minor = 16, .serial = "X-0002", .address = "1:0:0:0"});
 }
 
-const std::string kLogical = "Adapter 0 -- Virtual Drive Information:\nVirtual Drive: 0 (Target Id: 0)\n"
-                             "Name                :\nSize                : 8 KB\n";
-const std::string kPhysical = "Adapter #0\nEnclosure Device ID: 1\nSlot Number: 2\n"
-                              "Drive's position: DiskGroup: 0, Span: 0, Arm: 0\nEnclosure position: 1\n"
-                              "Coerced Size: 4 KB [0x8 Sectors]\nInquiry Data: ACME L1 LS0\n";
-
 using Wrappers = WorldTest;
 using RaidWrappers = RaidTest;
 using UsbWrappers = UsbTest;
@@ -58,7 +52,7 @@ TEST_F(Wrappers, DrivesAsARange) {
 }
 
 TEST_F(RaidWrappers, ControllersAsRanges) {
-    megacli(kLogical, kPhysical);
+    megacli(kSmallLogical, kSmallPhysical);
     lspci("");
     const auto raids = torvane::raids();
     ASSERT_TRUE(raids) << raids.error().text;
@@ -103,7 +97,7 @@ int run_python(const char *script) {
 
 TEST_F(RaidWrappers, PythonReadsWhatTheMachineHas) {
     lay_out_disks(world);
-    megacli(kLogical, kPhysical);
+    megacli(kSmallLogical, kSmallPhysical);
     lspci("");
     const char *const script = R"(
 import torvane
