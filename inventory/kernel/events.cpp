@@ -1,5 +1,7 @@
 #include "inventory/kernel/events.h"
 
+#include "inventory/kernel/folder.h"
+
 #include <libudev.h>
 
 namespace inventory {
@@ -38,7 +40,8 @@ int DeviceEvents::descriptor() const { return udev_monitor_get_fd(monitor_); }
 std::optional<DeviceEvent> DeviceEvents::next() {
     const std::unique_ptr<udev_device, Unref> device(udev_monitor_receive_device(monitor_));
     if (!device) return std::nullopt;
-    return DeviceEvent{text_of(udev_device_get_action(device.get())), text_of(udev_device_get_sysname(device.get()))};
+    return DeviceEvent{text_of(udev_device_get_action(device.get())), text_of(udev_device_get_sysname(device.get())),
+                       parse_number(text_of(udev_device_get_property_value(device.get(), "DISKSEQ")))};
 }
 
 } // namespace inventory

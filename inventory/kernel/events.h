@@ -1,6 +1,7 @@
 // Block devices that come, go and change, as the device manager tells once it is done with them.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -10,8 +11,9 @@ struct udev_monitor;
 namespace inventory {
 
 struct DeviceEvent {
-    std::string action; // "add", "remove", "change", ...
-    std::string name;   // "sda"
+    std::string action;                   // "add", "remove", "change", ...
+    std::string name;                     // "sda"
+    std::optional<std::uint64_t> diskseq; // the kernel's running number of the disk or its medium
 };
 
 class DeviceEvents {

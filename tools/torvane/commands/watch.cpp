@@ -13,6 +13,8 @@
 #include <poll.h>
 
 #include <array>
+#include <iterator>
+#include <limits>
 #include <map>
 #include <memory>
 
@@ -29,8 +31,22 @@ struct WatchOptions {
 
 constexpr std::array<const char *, 5> kShown{"type", "model", "serial", "wwn", "size"};
 
-// A drive that is gone tells nothing any more: what it told before is kept.
-using Known = std::map<std::string, Json>;
+// By name and the kernel's running number of disks (0: not known). A drive that is gone tells nothing any more: what it
+// told before is kept, even when another one has its name before its end is told.
+using Known = std::map<std::pair<std::string, std::uint64_t>, Json>;
+
+std::uint64_t disk_number(const Thing &thing) {
+    const std::vector<Thing *> whole = thing.related(inventory::RelationKind::kPartOf);
+    return (whole.empty() ? thing : *whole.front()).number("diskseq").value_or(0);
+}
+
+// A medium that is changed takes the next number: the latest up to the event's is the one.
+Known::const_iterator find(const Known &known, const inventory::DeviceEvent &event) {
+    constexpr std::uint64_t kLatest = std::numeric_limits<std::uint64_t>::max();
+    const auto next = known.upper_bound({event.name, event.diskseq.value_or(kLatest)});
+    if (next == known.begin() || std::prev(next)->first.first != event.name) return known.end();
+    return std::prev(next);
+}
 
 Json facts_of(const Thing &thing) {
     Json facts = {{"name", thing.id()}};
@@ -44,7 +60,7 @@ Known look() {
     request.all = true;
     const inventory::Machine machine = inventory::survey(request);
     for (const Thing &thing : machine.things()) {
-        if (!thing.text("path").empty()) known[thing.id()] = facts_of(thing);
+        if (!thing.text("path").empty()) known[{thing.id(), disk_number(thing)}] = facts_of(thing);
     }
     return known;
 }
@@ -69,8 +85,8 @@ void print_event(const char *event, const Json &facts, bool json) {
 
 // One event, with what is known of the device before and after it.
 void tell_event(const inventory::DeviceEvent &event, const Known &before, const Known &now, bool json) {
-    const auto old = before.find(event.name);
-    const auto found = now.find(event.name);
+    const auto old = find(before, event);
+    const auto found = find(now, event);
     if (event.action == "remove") {
         if (old != before.end()) print_event("removed", old->second, json);
     } else if (found != now.end()) {
@@ -89,7 +105,7 @@ int watch_devices(const WatchOptions &options) {
     }
     Known known = look();
     if (options.initial) {
-        for (const auto &[name, facts] : known) print_event("present", facts, options.json);
+        for (const auto &[key, facts] : known) print_event("present", facts, options.json);
     }
     while (true) {
         std::array<pollfd, 2> polled{{{ending.descriptor(), POLLIN, 0}, {events->descriptor(), POLLIN, 0}}};
@@ -101,11 +117,12 @@ int watch_devices(const WatchOptions &options) {
         Known now = look();
         for (const inventory::DeviceEvent &event : batch) {
             // A stick pulled right after it came is in neither look.
-            if (event.action == "add" && now.find(event.name) == now.end()) continue;
+            if (event.action == "add" && find(now, event) == now.end()) continue;
             tell_event(event, known, now, options.json);
         }
         for (const inventory::DeviceEvent &event : batch) {
-            if (event.action == "remove") known.erase(event.name);
+            const auto gone = event.action == "remove" ? find(known, event) : known.end();
+            if (gone != known.end()) known.erase(known.lower_bound({event.name, 0}), std::next(gone));
         }
         // A change is told at times when the device is gone already: what was known is kept for the event that says so.
         now.merge(known);
