@@ -146,6 +146,12 @@ TEST_F(Discovery, DrivesBySerial) {
     EXPECT_EQ(get_drive_by_serial(&list, 1, nullptr), -1);
     EXPECT_EQ(error(), "unable to read drive list or serial (NULL)");
     release_drives(&list);
+    int result = 0;
+    without_each_allocation([&] { result = get_drive_by_serial(&(list = {}), 1 | 4, "AB"); },
+                            [&](const Trial &trial) {
+                                EXPECT_TRUE(result == 0 || (list.drives == nullptr && list.count == 0)) << trial.at;
+                                release_drives(&list);
+                            });
 }
 
 TEST_F(Discovery, OpticalDrives) {

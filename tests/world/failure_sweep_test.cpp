@@ -116,7 +116,8 @@ class FailureSweep : public RaidTest {
         plug_in({.units = {{.partitions = {{.size = 1 << 20, .uuid = "P"}}}}});
         plug_in({.port = "1-2", .host = 3, .serial = "IDLE", .units = {{.bound = false}}});
         plug_in({.port = "1-3", .host = 5, .serial = "BARE", .units = {{.name = "sdc", .minor = 32, .node = false}}});
-        arcconf("Controllers found: 1\n", {small_config()});
+        arcconf("Controllers found: 1\n",
+                {small_config() + device_section({.location = "Enclosure 0, Slot 8", .serial = "SPARE"})});
         megacli(kSmallLogical, kSmallPhysical);
         lspci("01:00.0 RAID: One\n\tKernel modules: megaraid_sas\n");
         adapter("01:00.0", 4);

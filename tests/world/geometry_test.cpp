@@ -236,10 +236,18 @@ TEST_F(Defects, ListsOfEveryLength) {
     sda_->primary_defects = {.bytes = 65524};
     sda_->grown_defects = {.bytes = 80000};
     EXPECT_EQ(counted(), "0: 8190/65524 10000/80000");
-    EXPECT_EQ(commands(), "37 00 14 00 00 00 00 00 04 00\nb7 14 00 00 00 00 00 00 ff fc 00 00\n"
-                          "37 00 0c 00 00 00 00 00 04 00\nb7 0c 00 00 00 00 00 00 00 08 00 00\n"
-                          "b7 0c 00 00 00 00 00 01 38 88 00 00\n");
+    // Where the longer command, its 32-bit length and its longest allocation begin and end.
+    const std::string long_length = "b7 0c 00 00 00 00 00 00 00 08 00 00\n";
     sda_->primary_defects.reset();
+    for (const auto &[bytes, reads] : {std::pair<uint32_t, std::string>(65520, "37 00 0c 00 00 00 00 ff f4 00\n"),
+                                       {65521, "b7 0c 00 00 00 00 00 00 ff f9 00 00\n"},
+                                       {65528, long_length + "b7 0c 00 00 00 00 00 01 00 00 00 00\n"},
+                                       {0xFFFFF7, long_length + "b7 0c 00 00 00 00 00 ff ff ff 00 00\n"},
+                                       {0xFFFFF8, long_length + "37 00 0c 00 00 00 00 ff fc 00\n"}}) {
+        sda_->grown_defects = {.bytes = bytes};
+        EXPECT_EQ(counted(), "-1: -1/0 " + std::to_string(bytes / 8) + "/" + std::to_string(bytes));
+        EXPECT_EQ(commands(), "37 00 14 00 00 00 00 00 04 00\n37 00 0c 00 00 00 00 00 04 00\n" + reads);
+    }
     sda_->grown_defects = {.bytes = 0x2000000};
     EXPECT_EQ(counted(), "-1: -1/0 4194304/33554432") << "too long for any allocation length, but its size is told";
     sda_->answer = [](const Bytes &cdb) -> std::optional<Reply> {
@@ -278,18 +286,16 @@ TEST_F(Defects, WithoutMemoryTheHeaderMustDo) {
     sda_->primary_defects = {.bytes = 0x90000};
     sda_->grown_defects = {.bytes = 16, .format = 0};
     const int fd = open("/dev/sda", O_RDONLY);
-    Trial trial;
-    trial.failed = true;
-    for (long index = 0; trial.failed; ++index) {
-        DefectCounts d = {};
-        int result = 1;
-        trial = try_with(
-            {.step = Step::kAllocation, .index = index}, [&] { result = get_device_defects(fd, nullptr, &d); }, [] {});
-        EXPECT_EQ(result, 0);
-        EXPECT_TRUE(d.manufacturer_defects == 0x90000 / 8 || (trial.failed && d.manufacturer_defect_bytes == 4));
-        EXPECT_EQ(d.grown_defects * 4, static_cast<int>(d.grown_defect_bytes));
-        EXPECT_TRUE(d.grown_defect_bytes == 16 || (trial.failed && d.grown_defect_bytes == 4));
-    }
+    DefectCounts d = {};
+    int result = 1;
+    without_each_allocation([&] { result = get_device_defects(fd, nullptr, &d); },
+                            [&](const Trial &trial) {
+                                EXPECT_EQ(result, 0);
+                                EXPECT_TRUE(d.manufacturer_defects == 0x90000 / 8 ||
+                                            (trial.failed && d.manufacturer_defect_bytes == 4));
+                                EXPECT_EQ(d.grown_defects * 4, static_cast<int>(d.grown_defect_bytes));
+                                EXPECT_TRUE(d.grown_defect_bytes == 16 || (trial.failed && d.grown_defect_bytes == 4));
+                            });
     close(fd);
 }
 

@@ -135,13 +135,14 @@ TEST_F(Mounting, DirectoriesThatAreMissingOrNull) {
     EXPECT_EQ(text_of(TORVANE_ERROR_MOUNT), "unable to read device or mount point (NULL)");
     world.file("/tmp/full/inner/file", "");
     world.file("/tmp/full/plain", "");
-    mounts = {"/tmp/full/plain", "/tmp/full/inner"};
+    world.directory("/tmp/full/.hidden");
+    mounts = {"/tmp/full/plain", "/tmp/full/inner", "/tmp/full/.hidden"};
     write_mounts();
     EXPECT_EQ(umount_all("/tmp/full"), 0);
-    EXPECT_EQ(commands, std::vector<std::string>{"umount /tmp/full/inner"}) << "directories only";
+    EXPECT_EQ(commands, std::vector<std::string>{"umount /tmp/full/inner"}) << "directories that are not hidden only";
     EXPECT_EQ(remove_all_from("/tmp/full"), -1);
     EXPECT_EQ(text_of(TORVANE_ERROR_MOUNT), "failed to remove a directory");
-    EXPECT_EQ(names_in("/tmp/full"), std::vector<std::string>{"inner"});
+    EXPECT_EQ(names_in("/tmp/full"), (std::vector<std::string>{".hidden", "inner"}));
 }
 
 } // namespace

@@ -87,7 +87,7 @@ std::string described(const MediaRecord &media) {
 
 std::string described(const RaidController &controller) {
     return line(controller.type, controller.number) + all(std::span(controller.groups, controller.group_count)) +
-           all(std::span(controller.drives, controller.drive_count));
+           line("single", controller.drive_count) + all(std::span(controller.drives, controller.drive_count));
 }
 
 std::string Places::described() const {

@@ -13,9 +13,10 @@ using namespace torvane::world;
 
 namespace {
 
-const std::string kSmallLsi = "|2|0|\n|0|DATA|/dev/raid_2_0_0|8192|\n|2|/dev/sg_raid_2_0_2|LS0|ACME L1|(0, 2)|4096|\n";
+const std::string kSmallLsi =
+    "|2|0|\n|0|DATA|/dev/raid_2_0_0|8192|\n|2|/dev/sg_raid_2_0_2|LS0|ACME L1|(0, 2)|4096|\n|single|0|\n";
 const std::string kSmallAdaptec =
-    "|0|1|\n|0|DATA|/dev/raid_0_1_0|8192|\n|0|/dev/sg_raid_0_1_0|S0|ACME D1|(0, 0)|4096|\n";
+    "|0|1|\n|0|DATA|/dev/raid_0_1_0|8192|\n|0|/dev/sg_raid_0_1_0|S0|ACME D1|(0, 0)|4096|\n|single|0|\n";
 
 class Raid : public RaidTest {
   protected:
@@ -77,19 +78,22 @@ TEST_F(Raid, ControllersOfBothMakersAreReadAndNamed) {
     EXPECT_EQ(described(), "|2|0|\n"
                            "|3|SYS|/dev/sda|9216|\n"
                            "|2|/dev/sg_raid_2_0_2|LS0|ACME L1|(0, 2)|4096|\n"
+                           "|single|1|\n"
                            "|6|/dev/sg4|0000000A|SEAGATE ST1|(0, 6)|5120|\n"
                            "|2|1|\n"
                            "|3|SYS|/dev/sdb|10240|\n"
                            "|0|/dev/sg1|LS1|ACME L1|(1, 0)|4096|\n"
+                           "|single|0|\n"
                            "|0|1|\n"
                            "|0|DATA|/dev/sdc|976214016|\n"
                            "|0|/dev/sg_raid_0_1_0|SER1|ACME D1|(0, 1)|4096|\n"
                            "|1|TA|/dev/raid_0_1_1|1|\n"
                            "|1|/dev/sg3|SER2|ACME D1|(1, 4)|4096|\n"
+                           "|single|1|\n"
                            "|7|/dev/sg5|SPARE|ACME D1|(0, 8)|4096|\n"
                            "|0|2|\n"
                            "|0|DATA|/dev/sdc|8192|\n"
-                           "|0|/dev/sg_raid_0_2_0|S0|ACME D1|(0, 0)|4096|\n");
+                           "|0|/dev/sg_raid_0_2_0|S0|ACME D1|(0, 0)|4096|\n|single|0|\n");
 }
 
 TEST_F(Raid, AToolWhoseEndNobodyCanTellHasFailed) {
@@ -227,7 +231,7 @@ TEST_F(Raid, AdaptecOutputThatCannotBeRight) {
          }) {
         EXPECT_EQ(adaptec(text + small_config()), "-1") << text;
     }
-    const std::string none = "0/1\n";
+    const std::string none = "|0|1|\n|single|0|\n";
     EXPECT_EQ(adaptec("   Segment 0   : Missing\n   Segment 1\n"), none);
     EXPECT_EQ(adaptec(device_section({.location = "", .kind = "Tape"})), none);
     EXPECT_EQ(adaptec(physical_line("Serial number", "X") + physical_line("Total Size", "1 KB")), none) << "nobody's";

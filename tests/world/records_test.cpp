@@ -109,6 +109,22 @@ TEST_F(Records, OfRaidMembersNeedEveryText) {
     EXPECT_EQ(names(), "/dev/sg4 0 0 0 0 /dev/sg6 /dev/sg5 /dev/sg5 /dev/sg6");
     group.drive_count = 0;
     EXPECT_EQ(resolve_to_raid("/dev/sdx", &list_, &controller, 1), 0);
+    group.drive_count = UINT32_MAX;
+    EXPECT_EQ(add_group_to_list(&list_, &group), -1);
+    EXPECT_EQ(error(), "failed to resize drive array");
+    DriveList full = {.count = UINT32_MAX, .drives = nullptr};
+    EXPECT_EQ(add_raid_drive_to_list(&full, &member), -1);
+    EXPECT_EQ(error(), "failed to resize drive array");
+    // The group's device is no part of what makes a record whole.
+    int without_group_device = 0;
+    DriveList one = {};
+    without_each_allocation([&] { add_raid_drive_to_list(&(one = {}), &member); },
+                            [&](const Trial &) {
+                                const bool is_made = one.count == 1 && one.drives[0] != nullptr;
+                                without_group_device += is_made && one.drives[0]->raid_device == nullptr ? 1 : 0;
+                                release_drives(&one);
+                            });
+    EXPECT_EQ(without_group_device, kFailsAllocations ? 1 : 0);
 }
 
 TEST_F(Records, OfUsbDevices) {

@@ -131,6 +131,15 @@ Trial try_with(const Failure &failure, const std::function<void()> &call, const 
     return trial;
 }
 
+void without_each_allocation(const std::function<void()> &call, const std::function<void(const Trial &)> &check) {
+    Trial trial;
+    trial.failed = true;
+    for (long index = 0; trial.failed; ++index) {
+        trial = try_with({.step = Step::kAllocation, .index = index}, call, [] {});
+        check(trial);
+    }
+}
+
 } // namespace torvane::world
 
 // The address sanitizer has an allocator of its own, which nobody may stand before; it looks for leaks itself.

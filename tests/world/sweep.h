@@ -53,6 +53,9 @@ struct Trial {
 // Runs `call` with the failure, then `release`, which frees what the call handed out.
 Trial try_with(const Failure &failure, const std::function<void()> &call, const std::function<void()> &release);
 
+// Runs `call` with each of its allocations failing alone, at last with none; `check` looks at each run.
+void without_each_allocation(const std::function<void()> &call, const std::function<void(const Trial &)> &check);
+
 } // namespace torvane::world
 
 #endif
