@@ -1,5 +1,5 @@
-// Runs in the machine `raid`: real adapter, driver and /sys. Only the maker's tool is made up, once storcli64 and once
-// MegaCli64; its drives carry the serial numbers that the kernel's own tools show for the emulated disks.
+// Runs in the machine `raid`: real adapter, driver and /sys. Only the maker's tool is made up; its drives carry the
+// serial numbers that the kernel's own tools show for the emulated disks.
 #include "inventory/kernel/kernel.h"
 #include "inventory/raid/raid.h"
 #include "readers.h"
@@ -29,17 +29,12 @@ std::string adapter() {
 struct Drive {
     int slot;
     const char *serial;
-    const char *state; // of storcli
-    const char *firmware_state;
+    const char *state;
     int group; // -1: none
 };
 // One disk for each logical drive, one handed through, one that the kernel does not have.
-constexpr Drive kDrives[] = {{0, "HIDDEN0", "Onln", "Online, Spun Up", 0},
-                             {1, "HIDDEN1", "Onln", "Online, Spun Up", 1},
-                             {2, "HIDDEN2", "Onln", "Online, Spun Up", 2},
-                             {3, "SATA0001", "JBOD", "JBOD", -1},
-                             {4, "PLAIN1", "JBOD", "JBOD", -1},
-                             {5, "NOWHERE", "UGood", "Unconfigured(good), Spun Up", -1}};
+constexpr Drive kDrives[] = {{0, "HIDDEN0", "Onln", 0},   {1, "HIDDEN1", "Onln", 1}, {2, "HIDDEN2", "Onln", 2},
+                             {3, "SATA0001", "JBOD", -1}, {4, "PLAIN1", "JBOD", -1}, {5, "NOWHERE", "UGood", -1}};
 constexpr unsigned kMebibytes[] = {64, 96, 128};
 
 class RaidInventory : public testing::Test {
@@ -114,41 +109,6 @@ TEST_F(RaidInventory, OfStorcliTiesToTheKernelsDevices) {
                "\"Response Data\":{" +
                    data + "}}]}\nEND\n");
     expect_all_tied("storcli64");
-}
-
-std::string mega_drive(const Drive &drive) {
-    std::string inquiry = "ACME    PLAIN           0001" + std::string(drive.serial);
-    inquiry.resize(48, ' ');
-    return "Enclosure Device ID: 252\nSlot Number: " + std::to_string(drive.slot) +
-           "\nDevice Id: " + std::to_string(drive.slot + 40) +
-           "\nPD Type: SAS\nFirmware state: " + drive.firmware_state + "\nInquiry Data: " + inquiry +
-           "\nForeign State: None \n\n";
-}
-
-TEST_F(RaidInventory, OfMegacliTiesToTheKernelsDevices) {
-    const std::string pci = adapter();
-    std::string members = "Adapter #0\n\n";
-    std::string drives = members;
-    for (const Drive &drive : kDrives) {
-        const std::string n = std::to_string(drive.group);
-        if (drive.group >= 0) {
-            members +=
-                "Virtual Drive: " + n + " (Target Id: " + n + ")\nName                :VD_" + n +
-                "\nRAID Level          : Primary-0, Secondary-0, RAID Level Qualifier-0\nSize                : " +
-                std::to_string(kMebibytes[drive.group]) + ".0 MB\nState               : Optimal\n" +
-                "Number Of Drives    : 1\nSpan Depth          : 1\nPD: 0 Information\n" + mega_drive(drive);
-        }
-        drives += mega_drive(drive);
-    }
-    const std::string end = "\nExit Code: 0x00\nEND\n;;\n";
-    write_tool("MegaCli64",
-               "case $1 in\n-adpCount) echo 'Controller Count: 1.';;\n-LdPdInfo) cat <<'END'\n" + members + end +
-                   "-PDList) cat <<'END'\n" + drives + end + "-AdpAllInfo) cat <<'END'\nAdapter #0\n\n" +
-                   "Product Name    : MADE UP\nSerial No       : SV1\n" + end +
-                   "-AdpGetPciInfo) cat <<'END'\nPCI information for Controller 0\nBus Number      : " +
-                   pci.substr(5, 2) + "\nDevice Number   : " + pci.substr(8, 2) +
-                   "\nFunction Number : " + pci.substr(11) + "\n" + end + "*) echo 'Exit Code: 0x00';;\nesac\n");
-    expect_all_tied("MegaCli64");
 }
 
 } // namespace

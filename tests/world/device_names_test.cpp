@@ -1,3 +1,4 @@
+#include "places.h"
 #include "world.h"
 
 #include "torvane.h"
@@ -20,19 +21,12 @@ class DeviceNames : public WorldTest {
         return std::to_string(result) + " " + buffer.data();
     }
 
-    static std::string name_of(uint32_t major, uint32_t minor) {
-        char *name = get_name_from_device_id(major, minor);
-        std::string text = name == nullptr ? "(null)" : name;
-        free(name);
-        return text;
-    }
+    static std::string name_of(uint32_t major, uint32_t minor) { return taken(get_name_from_device_id(major, minor)); }
 
     static std::string file_system_id(const char *name) {
         char *id = nullptr;
         const int result = get_file_system_id(name, &id);
-        std::string text = std::to_string(result) + " " + (id == nullptr ? "(null)" : id);
-        free(id);
-        return text;
+        return std::to_string(result) + " " + taken(id);
     }
 };
 
@@ -47,9 +41,9 @@ TEST_F(DeviceNames, DiskOfADeviceNumber) {
     EXPECT_EQ(name_of(259, 1), "nvme0n1p");
     EXPECT_EQ(name_of(8, 32), "sdc");
     EXPECT_EQ(name_of(8, 48), "");
-    EXPECT_EQ(name_of(8, 16), "(null)");
+    EXPECT_EQ(name_of(8, 16), "-");
     EXPECT_EQ(text_of(TORVANE_ERROR_SYSFS), "failed to read link of '/sys/dev/block/8:16'");
-    EXPECT_EQ(name_of(UINT32_MAX, INT32_MAX), "(null)");
+    EXPECT_EQ(name_of(UINT32_MAX, INT32_MAX), "-");
 }
 
 TEST_F(DeviceNames, GenericNodeOfABlockDevice) {
@@ -113,13 +107,13 @@ TEST_F(DeviceNames, PathOfADescriptor) {
 }
 
 TEST_F(DeviceNames, FileSystemIdComesFromTheDeviceManager) {
-    EXPECT_EQ(file_system_id("sdb"), "-1 (null)") << "no block devices at all";
+    EXPECT_EQ(file_system_id("sdb"), "-1 -") << "no block devices at all";
     world.disk({.name = "sdb", .minor = 16, .partitions = {{.size = 1 << 20, .uuid = "1234-ABCD"}}});
     world.disk({.name = "sdc", .minor = 32, .address = "1:0:0:0", .uuid = "whole-disk"});
     EXPECT_EQ(file_system_id("sdb1"), "1 1234-ABCD");
-    EXPECT_EQ(file_system_id("sdb"), "1 (null)") << "the disk's own, not its partition's";
-    EXPECT_EQ(file_system_id("sd"), "1 (null)") << "the first device with this beginning";
-    EXPECT_EQ(file_system_id("sdc1"), "0 (null)");
+    EXPECT_EQ(file_system_id("sdb"), "1 -") << "the disk's own, not its partition's";
+    EXPECT_EQ(file_system_id("sd"), "1 -") << "the first device with this beginning";
+    EXPECT_EQ(file_system_id("sdc1"), "0 -");
     EXPECT_EQ(check_bad_filesystem("sdb1", nullptr, 1), 1);
     EXPECT_EQ(check_bad_filesystem("sdc", nullptr, -1), 1);
     EXPECT_EQ(check_bad_filesystem("sdb", nullptr, 1), 0);

@@ -1,3 +1,4 @@
+#include "places.h"
 #include "world.h"
 
 #include "torvane.h"
@@ -6,7 +7,6 @@
 #include <linux/hdreg.h>
 #include <unistd.h>
 
-#include <array>
 #include <cstring>
 
 using namespace torvane::world;
@@ -29,15 +29,8 @@ class Identity : public WorldTest {
     static std::string drive(const std::string &path) {
         DriveRecord record = {};
         const int result = get_drive_specification(path.c_str(), &record);
-        const std::string text = std::to_string(result) + "|" + taken(record.model) + "|" + taken(record.serial) + "|" +
-                                 taken(record.generic_name);
-        return text;
-    }
-
-    static std::string taken(char *text) {
-        std::string copy = text == nullptr ? "-" : text;
-        free(text);
-        return copy;
+        return std::to_string(result) + "|" + taken(record.model) + "|" + taken(record.serial) + "|" +
+               taken(record.generic_name);
     }
 
     static std::string error() { return text_of(TORVANE_ERROR_IDENTITY); }
@@ -260,13 +253,6 @@ TEST_F(Identity, NamesOfOneDevice) {
     world.remove("/sys/devices/pci0000:00/0000:00:1f.2/ata1/host0/target0:0:0/0:0:0:0/generic");
     EXPECT_EQ(get_sg_name("/dev/sda", &name), 0);
     EXPECT_EQ(name, nullptr);
-
-    std::array<char, 60> buffer{};
-    world.link("/sys/class/scsi_generic/sg7/device/block", "../../../block/sdh");
-    EXPECT_EQ(get_device_name_from_generic("/dev/sg7", buffer.data()), 8);
-    EXPECT_STREQ(buffer.data(), "/dev/sdh");
-    EXPECT_EQ(get_device_name_from_generic("/dev/sg8", buffer.data()), -1);
-    EXPECT_EQ(error(), "failed to read name from generic name '/dev/sg8'");
 }
 
 TEST_F(Identity, Printed) {

@@ -1,3 +1,4 @@
+#include "places.h"
 #include "usb.h"
 
 #include <fcntl.h>
@@ -17,20 +18,6 @@ constexpr const char *kTarget = "/sys/bus/usb/devices/1-1:1.0/host2/target2:0:0"
 
 class UsbMedia : public UsbTest {
   protected:
-    // "name address model serial state type size" of every device, "-" for what is null.
-    static std::string devices_of(const MediaRecord &media) {
-        std::string text;
-        for (uint32_t i = 0; i < media.devices.count; ++i) {
-            const ScsiDeviceInfo &device = media.devices.devices[i];
-            for (const char *field : {device.name, device.address, device.model, device.serial}) {
-                text += (field == nullptr ? "-" : "'" + std::string(field) + "'") + " ";
-            }
-            text += std::to_string(device.state) + " " + std::to_string(device.type) + " " +
-                    std::to_string(device.size) + "\n";
-        }
-        return text;
-    }
-
     static std::string found(const char *serial) {
         const Media media(get_usb_mass_storage_device(serial));
         return media ? media->name : "none";
@@ -63,15 +50,16 @@ TEST_F(UsbMedia, ListsEveryInterfaceWithItsDevices) {
     std::map<std::string, std::string> seen;
     for (uint32_t i = 0; i < list.count; ++i) {
         const MediaRecord &media = list.media[i];
-        seen[media.name] = std::string(media.serial) + "|" + media.model + "|" + std::to_string(media.status) + "\n" +
-                           devices_of(media);
+        seen[media.name] = described(media);
     }
-    EXPECT_EQ(seen["1-1:1.0"], "USB-0001|Example Stick|0\n'sdb' '2:0:0:0' 'Maker Flash' 'USB-0001' 2 0 2097152\n");
-    EXPECT_NE(seen["1-2:1.0"].find("CARD|Example Reader|2\n"), std::string::npos);
-    EXPECT_NE(seen["1-2:1.0"].find("'sdc' '3:0:0:0' 'Maker Flash' 'CARD' 2 0 0\n"), std::string::npos);
-    EXPECT_NE(seen["1-2:1.0"].find("'sdd' '3:0:0:1' 'Maker Flash' 'CARD' 2 0 2097152\n"), std::string::npos);
-    EXPECT_EQ(seen["1-3:1.0"], "| |0\n'sr0' '4:0:0:0' 'Maker Flash' 'S-0001' 2 5 0\n") << "own serial, INQUIRY";
-    EXPECT_EQ(seen["1-4:1.0"], "IDLE|Example Stick|0\n- '5:0:0:0' - - 0 1 0\n");
+    EXPECT_EQ(seen["1-1:1.0"],
+              "|1-1:1.0|~USB-0001|~Example Stick|^0|0|\n|sdb|2:0:0:0|~Maker Flash|~USB-0001|^2|0|2097152|\n");
+    EXPECT_NE(seen["1-2:1.0"].find("|~CARD|~Example Reader|^2|0|\n"), std::string::npos);
+    EXPECT_NE(seen["1-2:1.0"].find("|sdc|3:0:0:0|~Maker Flash|~CARD|^2|0|0|\n"), std::string::npos);
+    EXPECT_NE(seen["1-2:1.0"].find("|sdd|3:0:0:1|~Maker Flash|~CARD|^2|0|2097152|\n"), std::string::npos);
+    EXPECT_EQ(seen["1-3:1.0"], "|1-3:1.0|~|~ |^0|0|\n|sr0|4:0:0:0|~Maker Flash|~S-0001|^2|5|0|\n")
+        << "own serial, INQUIRY";
+    EXPECT_EQ(seen["1-4:1.0"], "|1-4:1.0|~IDLE|~Example Stick|^0|0|\n|-|5:0:0:0|~-|~-|^0|1|0|\n");
     EXPECT_EQ(get_usb_mass_storage_names(&list), 0);
     EXPECT_EQ(list.count, 8U) << "names are appended";
     release_media_list(&list);
@@ -137,9 +125,9 @@ TEST_F(UsbMedia, DiskAndEnclosureAreOneDevice) {
     for (const auto &[port, address] : {std::pair("1-1", "2:0:0:0"), std::pair("1-2", "3:0:0:1")}) {
         const Media media = read(port);
         ASSERT_TRUE(media);
-        EXPECT_EQ(media->has_enclosure, 1U);
         // The empty serial number is the interface's: the device itself was not asked for its own.
-        EXPECT_EQ(devices_of(*media), "'sdb' '" + std::string(address) + "' 'Maker Flash' '' 2 0 2097152\n");
+        EXPECT_EQ(described(*media), "|" + std::string(port) + ":1.0|~|~Example Stick|^0|1|\n|sdb|" + address +
+                                         "|~Maker Flash|~|^2|0|2097152|\n");
     }
     Media media = read("1-3");
     ASSERT_TRUE(media);

@@ -1,3 +1,4 @@
+#include "places.h"
 #include "world.h"
 
 #include "torvane.h"
@@ -73,14 +74,12 @@ TEST_F(Sysfs, ValuesOfEveryShape) {
         world.file("/sys/value", text);
         char *value = nullptr;
         const int result = allocate_value_from_sys_file("/sys/value", kLine, &value);
-        const std::string kept = value == nullptr ? "" : value;
-        free(value);
-        return std::to_string(result) + kept;
+        return std::to_string(result) + taken(value);
     };
     EXPECT_EQ(read("Example Disk   \nsecond\n"), "0Example Disk   ");
     EXPECT_EQ(read("cut"), "0cut");
-    EXPECT_EQ(read(""), "-1");
-    EXPECT_EQ(read("\nsecond"), "-1");
+    EXPECT_EQ(read(""), "-1-");
+    EXPECT_EQ(read("\nsecond"), "-1-");
     EXPECT_EQ(read(std::string("a\0b", 3)), "0a");
     EXPECT_EQ(read("\xFF\xFE"), "0\xFF\xFE");
     EXPECT_EQ(read(std::string(167, 'x') + "\n"), "0" + std::string(167, 'x'));
