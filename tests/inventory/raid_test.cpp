@@ -115,11 +115,10 @@ TEST_P(BrokenTool, CostsItsOwnControllersAlone) {
 
 INSTANTIATE_TEST_SUITE_P(
     ReadRaid, BrokenTool,
-    testing::Values(Case{"Hangs", "sleep 1000"}, Case{"IgnoresTerm", "trap '' TERM; while :; do sleep 1; done"},
-                    Case{"OneGigabyte", "head -c 1000000000 /dev/zero"}, Case{"Endless", "yes '{\"a\":[[[[[{\"b\":1,'"},
+    testing::Values(Case{"Hangs", "sleep 1000"}, Case{"Endless", "yes '{\"a\":[[[[[{\"b\":1,'"},
                     Case{"ManyValues", "echo '{\"Controllers\":['; while :; do echo '[],[],[],[],[],[],[],[],'; done"},
                     Case{"OneLine", "printf '{\"Controllers\":\"'; head -c 300000000 /dev/zero | tr '\\0' x"},
-                    Case{"Crashes", "kill -SEGV $$"}, Case{"PrintsNothing", "exit 1"}),
+                    Case{"PrintsNothing", "exit 1"}),
     [](const auto &tested) { return tested.param.name; });
 
 struct StateCase {

@@ -100,18 +100,6 @@ TEST(Render, JsonIsValidWhateverTheDriveSays) {
     EXPECT_EQ(Json::parse(print(empty, style_of(Format::kJson))).at("drives"), Json::array());
 }
 
-TEST(Render, OnlyTheTableDrawsTheTree) {
-    setenv("LC_ALL", "C", 1);
-    EXPECT_NE(print(one_disk("M"), style_of(Format::kTable)).find("-sda1"), std::string::npos);
-    EXPECT_EQ(print(one_disk("M"), style_of(Format::kRaw)).find("-sda1"), std::string::npos);
-    Style whole;
-    whole.paths = true;
-    whole.headings = false;
-    const std::string table = print(one_disk("M"), whole);
-    EXPECT_NE(table.find("/dev/sda1"), std::string::npos);
-    EXPECT_EQ(table.find("NAME"), std::string::npos);
-}
-
 TEST(Text, OnlyCompleteUtf8WithoutControlsIsPrintable) {
     EXPECT_EQ(printable("Größe ✓ 😀"), "Größe ✓ 😀");
     EXPECT_EQ(printable("a\tb\r\n"), "a\\x09b\\x0d\\x0a");

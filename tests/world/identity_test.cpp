@@ -253,6 +253,12 @@ TEST_F(Identity, NamesOfOneDevice) {
     world.remove("/sys/devices/pci0000:00/0000:00:1f.2/ata1/host0/target0:0:0/0:0:0:0/generic");
     EXPECT_EQ(get_sg_name("/dev/sda", &name), 0);
     EXPECT_EQ(name, nullptr);
+
+    char block[60] = "";
+    EXPECT_EQ(get_device_name_from_generic("/dev/sg8", block), -1);
+    EXPECT_EQ(error(), "failed to read name from generic name '/dev/sg8'");
+    world.link("/sys/class/scsi_generic/sg7/device/block", "../../../block/sdh");
+    EXPECT_EQ(get_device_name_from_generic("/dev/sg7", block), 8);
 }
 
 TEST_F(Identity, Printed) {

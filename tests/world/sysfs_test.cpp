@@ -13,60 +13,57 @@ using Sysfs = WorldTest;
 
 constexpr const char *kLine = "%[^\n]";
 
-struct AttributeCase {
-    const char *path;
-    const char *attribute;
-    int generic;
-    int partition;
-    const char *file;
-};
-
-TEST_F(Sysfs, AttributesAreSoughtInTheirDirectory) {
-    const AttributeCase cases[] = {
-        {"/dev/sda", "model", 0, 0, "/sys/block/sda/device/model"},
-        {"sda", "model", 0, 0, "/sys/block/sda/device/model"},
-        {"/dev/sda", "start", 0, 1, "/sys/block/sda/device/start"},
-        {"/dev/sg3", "model", 0, 1, "/sys/class/scsi_generic/sg3/device/model"},
-        {"/dev/sda", "model", 1, 0, "/sys/class/scsi_generic/sda/device/model"},
-        {"/dev/sda1", "start", 0, 1, "/sys/block/sda1/sda1/start"},
-        {"/dev/sda12", "start", 0, 1, "/sys/block/sda1/sda12/start"},
-        {"/dev/sda12", "model", 0, 0, "/sys/block/sda1/device/model"},
-        {"/dev/mapper/verylong1", "model", 0, 0, "/sys/block/verylon/device/model"},
-    };
-    for (const AttributeCase &c : cases) {
-        char value[168] = "";
-        EXPECT_EQ(get_value_from_sys(c.path, c.attribute, kLine, c.generic, c.partition, value), -1);
-        EXPECT_EQ(text_of(TORVANE_ERROR_SYSFS), "failed to open '" + std::string(c.file) + "'");
-    }
-    char value[168] = "";
-    EXPECT_EQ(get_value_from_sys(("/dev/" + std::string(5000, 'x')).c_str(), "model", kLine, 0, 0, value), -1);
-    EXPECT_EQ(text_of(TORVANE_ERROR_SYSFS), "failed to open '/sys/block/" + std::string(138, 'x') + "'");
-    EXPECT_EQ(get_value_from_sys(nullptr, "model", kLine, 0, 0, value), -1);
-    EXPECT_EQ(get_value_from_sys("/dev/sda", "model", nullptr, 0, 0, value), -1);
+// Both readers, the newer one by newer rules.
+std::string value_of(bool is_newer, const char *path, const char *attribute, int generic, int partition) {
+    set_error_str(TORVANE_ERROR_SYSFS, "untouched");
+    char buffer[168] = "";
+    char *value = nullptr;
+    const int result = is_newer ? _get_value_from_sys(path, attribute, kLine, generic, partition, &value)
+                                : get_value_from_sys(path, attribute, kLine, generic, partition, buffer);
+    EXPECT_EQ(result, -1);
+    return text_of(TORVANE_ERROR_SYSFS);
 }
 
-TEST_F(Sysfs, AllocatedAttributesAreSoughtByTheNewerRules) {
-    const AttributeCase cases[] = {
-        {"/dev/sda1", "model", 0, 0, "/sys/block/sda/device/model"},
-        {"/dev/hdb3", "model", 0, 0, "/sys/block/hdb/device/model"},
-        {"/dev/md0", "model", 0, 0, "/sys/block/md0/device/model"},
-        {"/dev/sg3", "model", 0, 0, "/sys/class/scsi_generic/sg3/device/model"},
-        {"/dev/sda", "model", 1, 0, "/sys/class/scsi_generic/sda/device/model"},
-        {"/dev/nvme0n1p2", "vendor", 0, 0, "/sys/block/nvme0n1p2/device/vendor"},
-        {"/dev/sda1", "start", 0, 1, "/sys/block/sda/sda1/star"}, // always one character short
-        {"/dev/sda", "start", 0, 1, "/sys/block/sda/device/start"},
+TEST_F(Sysfs, AttributesAreSoughtInTheirDirectory) {
+    const struct {
+        bool is_newer;
+        const char *path;
+        const char *attribute;
+        int generic;
+        int partition;
+        const char *file;
+    } kCases[] = {
+        {false, "/dev/sda", "model", 0, 0, "/sys/block/sda/device/model"},
+        {false, "sda", "model", 0, 0, "/sys/block/sda/device/model"},
+        {false, "/dev/sda", "start", 0, 1, "/sys/block/sda/device/start"},
+        {false, "/dev/sg3", "model", 0, 1, "/sys/class/scsi_generic/sg3/device/model"},
+        {false, "/dev/sda", "model", 1, 0, "/sys/class/scsi_generic/sda/device/model"},
+        {false, "/dev/sda1", "start", 0, 1, "/sys/block/sda1/sda1/start"},
+        {false, "/dev/sda12", "start", 0, 1, "/sys/block/sda1/sda12/start"},
+        {false, "/dev/sda12", "model", 0, 0, "/sys/block/sda1/device/model"},
+        {false, "/dev/mapper/verylong1", "model", 0, 0, "/sys/block/verylon/device/model"},
+        {true, "/dev/sda1", "model", 0, 0, "/sys/block/sda/device/model"},
+        {true, "/dev/hdb3", "model", 0, 0, "/sys/block/hdb/device/model"},
+        {true, "/dev/md0", "model", 0, 0, "/sys/block/md0/device/model"},
+        {true, "/dev/sg3", "model", 0, 0, "/sys/class/scsi_generic/sg3/device/model"},
+        {true, "/dev/sda", "model", 1, 0, "/sys/class/scsi_generic/sda/device/model"},
+        {true, "/dev/nvme0n1p2", "vendor", 0, 0, "/sys/block/nvme0n1p2/device/vendor"},
+        {true, "/dev/sda1", "start", 0, 1, "/sys/block/sda/sda1/star"}, // always one character short
+        {true, "/dev/sda", "start", 0, 1, "/sys/block/sda/device/start"},
     };
-    for (const AttributeCase &c : cases) {
-        char *value = nullptr;
-        EXPECT_EQ(_get_value_from_sys(c.path, c.attribute, kLine, c.generic, c.partition, &value), -1);
-        EXPECT_EQ(text_of(TORVANE_ERROR_SYSFS), "failed to open '" + std::string(c.file) + "'");
-    }
-    char *value = nullptr;
-    for (const char *path : {"", "///", static_cast<const char *>(nullptr)}) {
-        EXPECT_EQ(_get_value_from_sys(path, "model", kLine, 0, 0, &value), -1);
+    for (const auto &c : kCases) {
+        EXPECT_EQ(value_of(c.is_newer, c.path, c.attribute, c.generic, c.partition),
+                  "failed to open '" + std::string(c.file) + "'");
     }
     const std::string endless = "/dev/" + std::string(5000, 'x');
-    EXPECT_EQ(_get_value_from_sys(endless.c_str(), "model", kLine, 0, 0, &value), -1);
+    EXPECT_EQ(value_of(false, endless.c_str(), "model", 0, 0),
+              "failed to open '/sys/block/" + std::string(138, 'x') + "'");
+    for (const char *path : {"", "///", endless.c_str(), static_cast<const char *>(nullptr)}) {
+        value_of(true, path, "model", 0, 0);
+    }
+    value_of(false, nullptr, "model", 0, 0);
+    char value[168] = "";
+    EXPECT_EQ(get_value_from_sys("/dev/sda", "model", nullptr, 0, 0, value), -1);
 }
 
 TEST_F(Sysfs, ValuesOfEveryShape) {
