@@ -20,7 +20,7 @@
 namespace inventory {
 namespace {
 
-using json = nlohmann::ordered_json;
+using Json = nlohmann::ordered_json;
 using tests::json_of;
 using truth::output_of;
 
@@ -33,8 +33,8 @@ Machine everything() {
     return machine;
 }
 
-json told() {
-    json facts;
+Json told() {
+    Json facts;
     const Machine machine = everything();
     for (const Thing &thing : machine.things()) {
         for (const auto &[index, fact] : thing.facts()) {
@@ -49,9 +49,9 @@ json told() {
 template <class Other> auto said_while_nothing_changes(const Other &other) {
     constexpr int kTries = 20;
     for (int i = 1;; ++i) {
-        const json before = told();
+        const Json before = told();
         auto said = other();
-        const json changes = json::diff(before, told());
+        const Json changes = Json::diff(before, told());
         if (changes.empty()) return said;
         if (i == kTries) {
             ADD_FAILURE() << "the machine did not come to rest: " << changes;
@@ -61,26 +61,26 @@ template <class Other> auto said_while_nothing_changes(const Other &other) {
     }
 }
 
-void flatten(const json &rows, std::map<std::string, json> &by_name) {
-    for (const json &row : rows) {
+void flatten(const Json &rows, std::map<std::string, Json> &by_name) {
+    for (const Json &row : rows) {
         by_name[row.at("kname")] = row;
         if (row.contains("children")) flatten(row.at("children"), by_name);
     }
 }
 
 // By kernel name.
-std::map<std::string, json> listed() {
-    std::map<std::string, json> by_name;
-    flatten(json::parse(output_of("lsblk --json --output-all --bytes")).at("blockdevices"), by_name);
+std::map<std::string, Json> listed() {
+    std::map<std::string, Json> by_name;
+    flatten(Json::parse(output_of("lsblk --json --output-all --bytes")).at("blockdevices"), by_name);
     return by_name;
 }
 
 // The lister's words in ours.
-json translated(const std::string &column, const json &row) {
-    json value = row.at(column);
+Json translated(const std::string &column, const Json &row) {
+    Json value = row.at(column);
     if (column == "mountpoints") {
-        json points;
-        for (const json &point : value) {
+        Json points;
+        for (const Json &point : value) {
             if (!point.is_null()) points.push_back(point);
         }
         return points;
@@ -143,8 +143,8 @@ TEST(Inventory, EqualsTheListersEveryColumn) {
         const Thing *thing = machine.find(name);
         ASSERT_NE(thing, nullptr) << name;
         for (const Column &column : kColumns) {
-            const json expected = translated(column.column, row);
-            const json found = json_of(thing->value(column.key));
+            const Json expected = translated(column.column, row);
+            const Json found = json_of(thing->value(column.key));
             // The lister copies the disk's facts to its partitions, knows no UAS, and gives PCI's vendor to virtio.
             if (!has_fact(*thing, column.key) || (expected.is_null() && column.may_know_more)) continue;
             if (found == "uas" && expected == "usb") continue;
@@ -159,13 +159,13 @@ TEST(Inventory, EqualsTheListersEveryColumn) {
 }
 
 TEST(Inventory, IsTheSameForAnOrdinaryUser) {
-    const json differences = said_while_nothing_changes([] {
-        const json as_root = told();
+    const Json differences = said_while_nothing_changes([] {
+        const Json as_root = told();
         constexpr uid_t kNobody = 65534;
         EXPECT_EQ(seteuid(kNobody), 0);
-        const json as_user = told();
+        const Json as_user = told();
         EXPECT_EQ(seteuid(0), 0);
-        return json::diff(as_root, as_user);
+        return Json::diff(as_root, as_user);
     });
     EXPECT_TRUE(differences.empty()) << differences.dump(1);
 }
@@ -202,7 +202,7 @@ TEST(Inventory, KnowsArraysAsTheirToolDoes) {
 // The machine `kinds`: facts by serial number.
 struct Expected {
     const char *serial;
-    std::map<std::string, json> facts;
+    std::map<std::string, Json> facts;
 };
 
 std::vector<Thing *> with_serial(Machine &machine, const std::string &serial) {
@@ -248,7 +248,7 @@ TEST(Kinds, PathsAndTwinsAreToldApart) {
         const std::vector<Thing *> paths = with_serial(machine, serial);
         ASSERT_EQ(paths.size(), 2U);
         EXPECT_EQ(paths[1]->related(RelationKind::kPathOf), std::vector<Thing *>{paths[0]});
-        EXPECT_EQ(json_of(paths[0]->value("paths")), json{paths[1]->id()});
+        EXPECT_EQ(json_of(paths[0]->value("paths")), Json{paths[1]->id()});
         EXPECT_EQ(find_things(machine, serial), std::vector<Thing *>{paths[0]});
     }
     EXPECT_EQ(find_things(machine, "TWIN0001").size(), 2U);

@@ -260,29 +260,17 @@ class FailureSweep : public RaidTest {
         const Run good = run(row, none);
         ASSERT_EQ(fault(row, good, good), "") << row.names;
         ASSERT_FALSE(good.result == row.other || (good.result < 0 && good.result != row.other)) << row.names;
-        const long before = points_;
-        for (const Step step : {Step::kAllocation, Step::kCall}) {
-            for (const bool for_good : {false, true}) {
-                Failure failure = {.step = step, .for_good = for_good};
-                for (;; ++points_) {
-                    const Run outcome = run(row, failure);
-                    if (!outcome.trial.failed) break;
-                    const std::string wrong = fault(row, good, outcome);
-                    if (!wrong.empty() && ++faults_ < 100) {
-                        ADD_FAILURE() << row.names << ": " << outcome.trial.at << ": " << wrong;
-                    }
-                    if (outcome.trial.has_next && !row.runs_tools) {
-                        ++failure.error;
-                    } else {
-                        ++failure.index;
-                        failure.error = row.runs_tools ? static_cast<size_t>(failure.index % 3) : 0;
-                    }
-                }
-            }
-        }
+        const long points = attempt_each_failure(!row.runs_tools, 1, [&](const Failure &failure) {
+            const Run outcome = run(row, failure);
+            const std::string wrong = outcome.trial.failed ? fault(row, good, outcome) : "";
+            if (!wrong.empty() && ++faults_ < 100)
+                ADD_FAILURE() << row.names << ": " << outcome.trial.at << ": " << wrong;
+            return outcome.trial;
+        });
         if (kFailsAllocations) {
-            EXPECT_GT(points_, before) << row.names << " has nothing that could fail";
+            EXPECT_GT(points, 0) << row.names << " has nothing that could fail";
         }
+        points_ += points;
     }
 };
 

@@ -131,6 +131,22 @@ Trial try_with(const Failure &failure, const std::function<void()> &call, const 
     return trial;
 }
 
+long attempt_each_failure(bool all_errors, long stride, const std::function<Trial(const Failure &)> &attempt) {
+    long points = 0;
+    for (const Step step : {Step::kAllocation, Step::kCall}) {
+        for (const bool for_good : {false, true}) {
+            Failure failure = {.step = step, .for_good = for_good};
+            for (Trial trial = attempt(failure); trial.failed; trial = attempt(failure)) {
+                const bool again = trial.has_next && all_errors;
+                failure.index += again ? 0 : for_good ? stride : 1;
+                failure.error = again ? failure.error + 1 : all_errors ? 0 : static_cast<size_t>(failure.index % 3);
+                ++points;
+            }
+        }
+    }
+    return points;
+}
+
 void without_each_allocation(const std::function<void()> &call, const std::function<void(const Trial &)> &check) {
     Trial trial;
     trial.failed = true;

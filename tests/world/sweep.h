@@ -53,6 +53,10 @@ struct Trial {
 // Runs `call` with the failure, then `release`, which frees what the call handed out.
 Trial try_with(const Failure &failure, const std::function<void()> &call, const std::function<void()> &release);
 
+// Attempts an operation with each of its failures: every allocation and then every call, alone and with all that
+// follow, with all of the errors that fit or with one by turns. Of those for good every `stride`-th; how many they were.
+long attempt_each_failure(bool all_errors, long stride, const std::function<Trial(const Failure &)> &attempt);
+
 // Runs `call` with each of its allocations failing alone, at last with none; `check` looks at each run.
 void without_each_allocation(const std::function<void()> &call, const std::function<void(const Trial &)> &check);
 

@@ -33,6 +33,7 @@ namespace inventory::tests {
 namespace {
 
 namespace fs = std::filesystem;
+using torvane::world::attempt_each_failure;
 using torvane::world::Failure;
 using torvane::world::Step;
 using torvane::world::Trial;
@@ -303,28 +304,22 @@ class InventorySweep : public testing::Test {
         const Attempt good = run(operation, none);
         ASSERT_EQ(fault(good, good), "") << operation.name;
         ASSERT_FALSE(good.threw) << operation.name;
-        const long before = points_;
-        for (const Step step : {Step::kAllocation, Step::kCall}) {
-            for (const bool for_good : {false, true}) {
-                Failure failure = {.step = step, .for_good = for_good};
-                for (;; ++points_) {
-                    const Verdict outcome = operation.has_json && step == Step::kAllocation
-                                                ? judged_in_child(operation, failure, good)
-                                                : judged(operation, failure, good);
-                    if (!outcome.trial.failed) break;
-                    if (!outcome.wrong.empty() && ++faults_ < 100) {
-                        ADD_FAILURE() << operation.name << ": " << outcome.trial.at << ": " << outcome.wrong;
-                    }
-                    const bool again = outcome.trial.has_next && !operation.runs_processes;
-                    failure.error = again ? failure.error + 1 : operation.runs_processes ? failure.index % 3 : 0;
-                    // Those with tools to run take their time: every seventh step for good.
-                    failure.index += again ? 0 : operation.has_json && for_good ? 7 : 1;
-                }
+        // Those with tools to run take their time.
+        const long stride = operation.has_json ? 7 : 1;
+        const long points = attempt_each_failure(!operation.runs_processes, stride, [&](const Failure &failure) {
+            const Verdict outcome = operation.has_json && failure.step == Step::kAllocation
+                                        ? judged_in_child(operation, failure, good)
+                                        : judged(operation, failure, good);
+            if (outcome.trial.failed && !outcome.wrong.empty() && ++faults_ < 100) {
+                ADD_FAILURE() << operation.name << ": " << outcome.trial.at << ": " << outcome.wrong;
             }
-        }
+            return outcome.trial;
+        });
         if (torvane::world::kFailsAllocations) {
-            EXPECT_GT(points_, before) << operation.name << " has nothing that could fail";
+            EXPECT_GT(points, 0) << operation.name << " has nothing that could fail";
         }
+        std::printf("%-28s %6ld\n", operation.name, points);
+        points_ += points;
     }
 
     long points_ = 0;
@@ -359,9 +354,7 @@ TEST_F(InventorySweep, OfEveryReader) {
     for (const Operation &operation : kOperations) {
         const Tree tree(tree_of(operation.tree));
         lay_out_drive();
-        const long points = points_;
         sweep(operation);
-        std::printf("%-28s %6ld\n", operation.name, points_ - points);
     }
     fs::remove_all(folder);
     std::printf("%ld failure points in %zu operations, %ld faults\n", points_, std::size(kOperations), faults_);
