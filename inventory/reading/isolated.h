@@ -9,7 +9,7 @@ namespace inventory {
 
 using Wire = nlohmann::json;
 
-struct IsolatedOutcome {
+struct IsolatedOutcome { // NOLINT(bugprone-exception-escape): a value of JSON is moved without an exception
     Outcome::State state = Outcome::State::kNotStarted;
     Wire result;       // what the function returned, when it is done
     std::string words; // why it is not

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Runs clang-tidy over library and tool, as many files at a time as there are processors.
+"""Runs clang-tidy over library, inventory and tool, as many files at a time as there are processors.
 
 A file is passed over when it was found clean before with the same text, headers, checks, compile command and
 clang-tidy. What was found clean is remembered in ~/.cache/torvane-tidy, for every clone and build folder.
@@ -13,7 +13,7 @@ import pathlib
 import subprocess
 import sys
 
-FOLDERS = ("src/", "tools/")
+FOLDERS = ("src/", "inventory/", "tools/")
 root, build = (pathlib.Path(argument).resolve() for argument in sys.argv[1:3])
 cache = pathlib.Path(os.environ.get("XDG_CACHE_HOME") or pathlib.Path.home() / ".cache") / "torvane-tidy"
 
@@ -77,4 +77,5 @@ with concurrent.futures.ThreadPoolExecutor(len(os.sched_getaffinity(0))) as pool
     findings = list(pool.map(lambda file: findings_of(entries[file], keys[file]), entries))
 print("".join(findings), end="")
 print(f"{len(entries)} files, {known} of them unchanged since they were found clean")
-sys.exit(1 if any(findings) or len(entries) < 50 else 0)
+complete = all(any(file.startswith(f"{root}/{folder}") for file in entries) for folder in FOLDERS)
+sys.exit(0 if complete and not any(findings) else 1)
