@@ -1,6 +1,7 @@
 #include "inventory/drives/drives.h"
 
 #include "inventory/drives/questions.h"
+#include "inventory/reading/device.h"
 #include "inventory/reading/locks.h"
 #include "inventory/reading/packing.h"
 #include "inventory/reading/workers.h"
@@ -64,13 +65,20 @@ struct PutOff {
     std::optional<KernelDetails> in_worker = {};
     std::optional<KernelDetails> in_parent = {};
 
+    const Thing *replaced = nullptr; // the last that had its name taken by another drive
+
     [[nodiscard]] bool has(const Thing &drive) const { return drives.contains(&drive); }
-    void read(Thing &drive, std::optional<KernelDetails> &details) const {
+    void read(Thing &drive, std::optional<KernelDetails> &details) {
         if (!has(drive)) return;
         if (!details) details.emplace(request.kernel);
-        details->read(drive);
+        if (!details->read(drive)) replaced = &drive;
     }
 };
+
+void tell_replaced(Thing &drive, const DriveRequest &request) {
+    lack_all(drive, request, kAnotherDevice);
+    drive.troubles.push_back({drive.text("path"), {}, kAnotherDevice, "", true});
+}
 
 // The worker's copy of the drive, with what it answered.
 std::string pack_whole(Thing &drive, const Thing &found) {
@@ -106,6 +114,10 @@ void take(const Outcome &outcome, Thing &drive, PutOff &put_off) {
 
 Job job_for(Thing &drive, PutOff &put_off) {
     const auto read = [&drive, &put_off] {
+        if (put_off.replaced == &drive) {
+            tell_replaced(drive, put_off.request);
+            return pack(drive);
+        }
         const Thing found = ask(drive, put_off.request);
         return put_off.has(drive) ? pack_whole(drive, found) : pack(found);
     };
@@ -113,7 +125,7 @@ Job job_for(Thing &drive, PutOff &put_off) {
     const auto lock = [&drive, &put_off]() -> std::string {
         if (put_off.has(drive)) drive.troubles.clear(); // the parent has those so far
         put_off.read(drive, put_off.in_worker);
-        if (asked_facts(drive, put_off.request).empty()) return "";
+        if (put_off.replaced == &drive || asked_facts(drive, put_off.request).empty()) return "";
         return lock_name(drive.text("maj_min"), drive.number("diskseq"));
     };
     return {read, [&drive, &put_off](const Outcome &outcome) { take(outcome, drive, put_off); }, lock};
@@ -126,7 +138,9 @@ void read_drives(Machine &machine, const DriveRequest &request) {
     PutOff put_off{request};
     const std::unordered_set<const Thing *> asked(drives.begin(), drives.end());
     for (Thing *drive : request.put_off) {
-        if (!asked.contains(drive)) put_off.read(*drive, put_off.in_parent);
+        if (asked.contains(drive)) continue;
+        put_off.read(*drive, put_off.in_parent);
+        if (put_off.replaced == drive) tell_replaced(*drive, request);
     }
     if (drives.empty()) return;
     if (!may_ask(drives)) return tell_that_root_is_needed(machine, drives, request);

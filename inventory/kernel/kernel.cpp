@@ -25,8 +25,8 @@ constexpr AttributeRow kWhole[] = {
     {"physical_sector", "queue/physical_block_size", Reading::kNumber},
     {"rotational", "queue/rotational", Reading::kFlag},
     {"removable", "removable", Reading::kFlag},
-    {"diskseq", "diskseq", Reading::kNumber},
 };
+constexpr AttributeRow kDiskseq[] = {{"diskseq", "diskseq", Reading::kNumber}};
 constexpr AttributeRow kPartition[] = {{"partn", "partition", Reading::kNumber}};
 
 struct Numbers {
@@ -125,7 +125,7 @@ class KernelReader {
         return std::move(put_off_);
     }
 
-    void read_put_off(Thing &drive);
+    bool read_put_off(Thing &drive);
 
   private:
     [[nodiscard]] std::vector<std::string> names() const;
@@ -146,9 +146,10 @@ class KernelReader {
         tell_failures(*thing, failures_);
     }
     void tell_measures(const Block &block);
-    void tell_database(Thing &thing, const Numbers &numbers);
-    [[nodiscard]] bool is_about(const Entry &entry, const Thing &thing) const;
+    void tell_database(Thing &thing, const Numbers &numbers, const Folder &folder);
+    [[nodiscard]] bool is_about(const Entry &entry, const Thing &thing, const Folder &folder) const;
     [[nodiscard]] bool is_put_off(const Block &block) const;
+    [[nodiscard]] bool is_of_another(const Block &block, const std::string &link);
     void put_off(Block &block, const Numbers &numbers);
 
     Machine &machine_;
@@ -162,6 +163,7 @@ class KernelReader {
     Hosts hosts_{&failures_};
     Examined examined_;
     std::vector<Thing *> put_off_;
+    std::unordered_map<std::string, std::string> links_; // where whole disks are in /sys, by name
     std::deque<Block> compounds_; // arrays and mapped devices: their members may come later
 };
 
@@ -206,25 +208,24 @@ void KernelReader::tell_numbers(const Block &block, const Numbers &numbers) {
 }
 
 // A disk that was just plugged in has the number of one that is gone, and the device manager may not have come to it:
-// its entry is then about the other. The kernel numbers disks through, and the entry has that number as a link.
-bool KernelReader::is_about(const Entry &entry, const Thing &thing) const {
+// its entry is then about the other. The kernel numbers disks through, and the entry has that number as a link. The
+// folder is that of the disk whose facts are told: under its name there may be the next one by now.
+bool KernelReader::is_about(const Entry &entry, const Thing &thing, const Folder &folder) const {
     constexpr std::string_view kLink = "disk/by-diskseq/";
     for (const std::string &link : entry.links()) {
         if (!link.starts_with(kLink)) continue;
+        if (!folder.is_open()) return !class_.is_open();
         const auto noted = parse_number(link.substr(kLink.size(), link.find('-', kLink.size()) - kLink.size()));
-        std::string folder = thing.id();
-        std::replace(folder.begin(), folder.end(), '/', '!');
-        if (thing.kind() == ThingKind::kPartition) folder += "/..";
-        const auto now = class_.number((folder + "/diskseq").c_str());
-        return !noted || !now || *noted == *now;
+        const auto now = folder.number(thing.kind() == ThingKind::kPartition ? "../diskseq" : "diskseq");
+        return !noted || noted == now;
     }
     return true;
 }
 
-void KernelReader::tell_database(Thing &thing, const Numbers &numbers) {
+void KernelReader::tell_database(Thing &thing, const Numbers &numbers, const Folder &folder) {
     if (!wanted_.database() && !wanted_.uses()) return;
     const Entry entry = database_.entry(numbers.major, numbers.minor);
-    if (!is_about(entry, thing)) return;
+    if (!is_about(entry, thing, folder)) return;
     if (entry.known) examined_.insert(&thing);
     tell_entry(thing, entry);
 }
@@ -264,6 +265,7 @@ void KernelReader::tell_measures(const Block &block) {
     tell_attributes(thing, block.folder, kEveryBlock, wanted_);
     if (thing.kind() == ThingKind::kPartition) return;
     tell_attributes(thing, block.folder, kWhole, wanted_);
+    if (is_missing(thing.value("diskseq"))) tell_attributes(thing, block.folder, kDiskseq, wanted_);
     if (is_missing(thing.value("start"))) thing.tell("start", std::uint64_t{0}, Source::kKernel, "size");
     const auto size = thing.number("size");
     const auto sector = thing.number("sector");
@@ -285,22 +287,37 @@ void KernelReader::put_off(Block &block, const Numbers &numbers) {
     }
     tell_place(block, hosts_);
     tell_numbers(block, numbers);
-    if (wanted_.uses()) tell_database(*block.thing, numbers);
+    if (wanted_.uses()) {
+        const Folder folder(class_, block.name);
+        tell_attributes(*block.thing, folder, kDiskseq, wanted_);
+        tell_database(*block.thing, numbers, folder);
+    }
     put_off_.push_back(block.thing);
 }
 
-void KernelReader::read_put_off(Thing &drive) {
+// Whether the name has come to belong to another drive since the first look. A disc that was changed is none.
+bool is_another(const Block &block) {
+    const Thing &drive = *block.thing;
+    if (block.place.scsi_address != drive.text("hctl")) return true;
+    const auto known = drive.kind() == ThingKind::kDrive ? drive.number("diskseq") : std::nullopt;
+    const auto now = known ? block.folder.number("diskseq") : std::nullopt;
+    return now && now != known;
+}
+
+bool KernelReader::read_put_off(Thing &drive) {
     const std::string link = class_.link(drive.id().c_str());
     Block block{drive.id(), Folder(class_, drive.id()), {}, place_of(link), &row_of_name(drive.id()), &drive};
     if (block.folder.is_open()) {
+        if (is_another(block)) return false;
         block.unit = Folder(block.folder, "device");
         tell_hardware(block, wanted_);
         tell_measures(block);
     }
     const auto numbers = parse_numbers(drive.text("maj_min"));
-    if (numbers && !wanted_.uses()) tell_database(drive, *numbers);
+    if (numbers && !wanted_.uses()) tell_database(drive, *numbers, block.folder);
     conclude_hardware(block, wanted_);
     tell_failures(drive, failures_);
+    return true;
 }
 
 void KernelReader::tell_listed(const std::string &name, const Listed &listed) {
@@ -321,7 +338,14 @@ void KernelReader::tell_listed(const std::string &name, const Listed &listed) {
     const auto number = parse_number(name.substr(name.find_last_not_of("0123456789") + 1));
     if (parent != nullptr && number) thing.tell("partn", *number, Source::kKernel, "/proc/partitions");
     tell_numbers(block, listed.numbers);
-    tell_database(thing, listed.numbers);
+    tell_database(thing, listed.numbers, block.folder);
+}
+
+// A partition of a disk that has come by the name of the one that is told of already.
+bool KernelReader::is_of_another(const Block &block, const std::string &link) {
+    if (block.place.parent == "block") links_[last_part(link)] = link;
+    const auto whole = links_.find(block.place.parent);
+    return whole != links_.end() && !link.starts_with(whole->second + "/");
 }
 
 void KernelReader::read_device(const std::string &name) {
@@ -331,6 +355,7 @@ void KernelReader::read_device(const std::string &name) {
     const std::string link = class_.link(in_class.c_str());
     const auto listed = listing_.find(name);
     Block block{name, {}, {}, place_of(link), &row_of_name(name), nullptr};
+    if (is_of_another(block, link)) return;
     if (listed != listing_.end() && is_put_off(block)) return put_off(block, listed->second.numbers);
     block.folder = Folder(class_, in_class);
     if (!block.folder.is_open()) {
@@ -344,7 +369,7 @@ void KernelReader::read_device(const std::string &name) {
                                                   : std::optional<Numbers>(listed->second.numbers);
     if (numbers) {
         tell_numbers(block, *numbers);
-        tell_database(*block.thing, *numbers);
+        tell_database(*block.thing, *numbers, block.folder);
     }
     const ThingKind kind = block.thing->kind();
     if (kind == ThingKind::kDrive || kind == ThingKind::kOptical) conclude_hardware(block, wanted_);
@@ -368,6 +393,6 @@ struct KernelDetails::Reader {
 
 KernelDetails::KernelDetails(const KernelRequest &request) : reader_(std::make_unique<Reader>(request)) {}
 KernelDetails::~KernelDetails() = default;
-void KernelDetails::read(Thing &drive) { reader_->kernel.read_put_off(drive); }
+bool KernelDetails::read(Thing &drive) { return reader_->kernel.read_put_off(drive); }
 
 } // namespace inventory

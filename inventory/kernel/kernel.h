@@ -27,7 +27,8 @@ class KernelDetails {
     KernelDetails &operator=(const KernelDetails &) = delete;
     ~KernelDetails();
 
-    void read(Thing &drive);
+    // False, and nothing is told, when another drive has its name by now.
+    [[nodiscard]] bool read(Thing &drive);
 
   private:
     struct Reader;

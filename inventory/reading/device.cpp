@@ -64,7 +64,7 @@ OpenDevice open_device(const std::string &path, const std::string &number, std::
     // The node may have been replaced in between.
     if (fstat(device.get(), &status) != 0) return refusal(errno);
     if (std::string words = why_not_this(status, number); !words.empty()) return {{}, 0, std::move(words)};
-    if (diskseq && is_another(device.get(), *diskseq)) return {{}, 0, "another device has taken its place"};
+    if (diskseq && is_another(device.get(), *diskseq)) return {{}, 0, kAnotherDevice};
     return {std::move(device), 0, {}};
 }
 

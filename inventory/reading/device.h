@@ -12,6 +12,8 @@ namespace inventory {
 // "" for a block device or a SCSI generic node; else why the path is neither. Nothing is opened.
 std::string why_no_device(const std::string &path);
 
+constexpr const char *kAnotherDevice = "another device has taken its place";
+
 struct OpenDevice {
     Descriptor descriptor;
     int error = 0;     // errno, when the system refused

@@ -84,7 +84,7 @@ void read_units(const std::vector<Thing *> &twins) {
     KernelDetails details(request);
     for (Thing *twin : twins) {
         Thing unit = *twin;
-        details.read(unit);
+        if (!details.read(unit)) continue;
         for (const char *key : kUnit) {
             const Fact *known = twin->fact(key);
             if (known != nullptr && !known->words.empty()) continue;
