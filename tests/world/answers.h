@@ -86,6 +86,9 @@ struct Answers {
 // The answers in force; a World resets them.
 Answers &answers();
 
+// Nothing is answered any more.
+void reset_answers();
+
 } // namespace torvane::world
 
 #endif

@@ -11,13 +11,6 @@ namespace torvane::world {
 // malloc(), calloc(), realloc() and whatever the C library builds on them; or every call that answers.cpp answers.
 enum class Step { kAllocation, kCall };
 
-// Under the address sanitizer only calls fail: it has an allocator of its own.
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool kFailsAllocations = false;
-#else
-constexpr bool kFailsAllocations = true;
-#endif
-
 // Whether the step now being made is the one to fail; sets errno then.
 bool fails_now(Step step, const char *name);
 

@@ -1,5 +1,7 @@
 #include "world.h"
 
+#include "answers.h"
+
 #include "torvane.h"
 
 #include <dirent.h>
@@ -18,8 +20,6 @@
 #include <stdexcept>
 
 namespace torvane::world {
-
-void reset_answers();
 
 namespace {
 
