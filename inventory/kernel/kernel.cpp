@@ -149,7 +149,7 @@ class KernelReader {
     void tell_database(Thing &thing, const Numbers &numbers, const Folder &folder);
     [[nodiscard]] bool is_about(const Entry &entry, const Thing &thing, const Folder &folder) const;
     [[nodiscard]] bool is_put_off(const Block &block) const;
-    [[nodiscard]] bool is_of_another(const Block &block, const std::string &link);
+    [[nodiscard]] bool is_of_another(const Block &block, const std::string &link) const;
     void put_off(Block &block, const Numbers &numbers);
 
     Machine &machine_;
@@ -164,7 +164,7 @@ class KernelReader {
     Examined examined_;
     std::vector<Thing *> put_off_;
     std::unordered_map<std::string, std::string> links_; // where whole disks are in /sys, by name
-    std::deque<Block> compounds_; // arrays and mapped devices: their members may come later
+    std::deque<Block> compounds_;                        // arrays and mapped devices: their members may come later
 };
 
 std::vector<std::string> KernelReader::names() const {
@@ -342,8 +342,7 @@ void KernelReader::tell_listed(const std::string &name, const Listed &listed) {
 }
 
 // A partition of a disk that has come by the name of the one that is told of already.
-bool KernelReader::is_of_another(const Block &block, const std::string &link) {
-    if (block.place.parent == "block") links_[last_part(link)] = link;
+bool KernelReader::is_of_another(const Block &block, const std::string &link) const {
     const auto whole = links_.find(block.place.parent);
     return whole != links_.end() && !link.starts_with(whole->second + "/");
 }
@@ -355,6 +354,7 @@ void KernelReader::read_device(const std::string &name) {
     const std::string link = class_.link(in_class.c_str());
     const auto listed = listing_.find(name);
     Block block{name, {}, {}, place_of(link), &row_of_name(name), nullptr};
+    if (block.place.parent == "block") links_[last_part(link)] = link;
     if (is_of_another(block, link)) return;
     if (listed != listing_.end() && is_put_off(block)) return put_off(block, listed->second.numbers);
     block.folder = Folder(class_, in_class);
