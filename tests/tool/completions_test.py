@@ -16,7 +16,7 @@ import unittest
 
 TORVANE, ON_MACHINE, ROOT = (os.path.abspath(word) for word in sys.argv[1:4])
 COMPLETIONS = pathlib.Path(ROOT, "tools", "torvane", "completions")
-RACK = os.path.join(ROOT, "tests", "tool", "machine", "rack.tree")
+RACK = os.path.join(ROOT, "tests", "tool", "machines", "rack.tree")
 SLOWEST = 0.05  # seconds: people notice more
 
 # Typed before TAB, and the words behind the command then.

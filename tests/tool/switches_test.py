@@ -17,7 +17,7 @@ from concurrent.futures import ThreadPoolExecutor
 from prometheus_client.openmetrics import parser as openmetrics
 
 TORVANE, ON_MACHINE, ROOT = (os.path.abspath(word) for word in sys.argv[1:4])
-RACK = pathlib.Path(ROOT, "tests", "tool", "machine")
+RACK = pathlib.Path(ROOT, "tests", "tool", "machines")
 
 # A line for the shell; [...] is what is left out the other time.
 OF_LISTINGS = [
