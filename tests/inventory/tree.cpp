@@ -195,6 +195,7 @@ void Tree::block(const std::string &path, const std::string &numbers, const std:
 
 std::string content_of(const std::string &path) {
     std::ifstream file(path, std::ios::binary);
+    if (!file) give_up("cannot read " + path);
     return {std::istreambuf_iterator<char>(file), {}};
 }
 

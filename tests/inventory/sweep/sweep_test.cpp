@@ -324,8 +324,14 @@ class InventorySweep : public testing::Test {
     long faults_ = 0;
 };
 
-std::string tree_of(const std::string &name) {
-    return name == "raid" ? kRaidTree : content_of(TORVANE_TEST_MACHINES "/" + name + ".tree");
+// Before anything is mounted: the folder with the trees may be below what is mounted over.
+std::map<std::string, std::string> all_trees() {
+    std::map<std::string, std::string> trees{{"raid", kRaidTree}};
+    for (const Operation &operation : kOperations) {
+        std::string &tree = trees[operation.tree];
+        if (tree.empty()) tree = content_of(std::string(TORVANE_TEST_MACHINES "/") + operation.tree + ".tree");
+    }
+    return trees;
 }
 
 void lay_out_drive() {
@@ -340,6 +346,7 @@ void lay_out_drive() {
 }
 
 TEST_F(InventorySweep, OfEveryReader) {
+    const std::map<std::string, std::string> trees = all_trees();
     // Other programs leave files in /tmp, too.
     { const Tree namespaces(""); }
     ASSERT_EQ(mount("sweep", "/tmp", "tmpfs", 0, ""), 0);
@@ -351,7 +358,7 @@ TEST_F(InventorySweep, OfEveryReader) {
     for (const Operation &operation : kOperations) {
         torvane::world::reset_answers(); // the next tree's files may have the numbers of the last one's drive
         torvane::world::answers().sweep_fork = true;
-        const Tree tree(tree_of(operation.tree));
+        const Tree tree(trees.at(operation.tree));
         lay_out_drive();
         sweep(operation);
     }

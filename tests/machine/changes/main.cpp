@@ -82,12 +82,20 @@ void print_stays(const std::vector<Disk> &disks) {
     }
 }
 
-int test(const std::string &torvane, Time seconds, unsigned seed) {
+// The host's /tmp shows through, where others work meanwhile: it is put aside. Where the tool is now.
+std::string put_tmp_aside(const std::string &torvane) {
+    const std::string aside = std::string(kFolder) + "/tmp";
+    std::filesystem::create_directories(aside);
+    if (mount("/tmp", aside.c_str(), nullptr, MS_BIND, nullptr) != 0) return "";
+    if (mount("tmpfs", "/tmp", "tmpfs", 0, nullptr) != 0) return "";
+    return torvane.starts_with("/tmp/") ? aside + torvane.substr(4) : torvane;
+}
+
+int test(const std::string &given, Time seconds, unsigned seed) {
     std::printf("seed %u, %ld s\n", seed, seconds);
     std::fflush(stdout);
-    std::filesystem::create_directory(kFolder);
-    // The host's, where others work meanwhile, shows through.
-    if (mount("tmpfs", "/tmp", "tmpfs", 0, nullptr) != 0) return 1;
+    const std::string torvane = put_tmp_aside(given);
+    if (torvane.empty()) return 1;
     const std::set<std::string> before = leavings(torvane);
     Hands hands(seed);
     const Time end = now() + seconds * 1000;

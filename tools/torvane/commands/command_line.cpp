@@ -91,8 +91,11 @@ std::string about_extras(const CLI::App &tool, const std::vector<std::string> &w
     const std::vector<std::string> left = tool.remaining(true);
     const std::string unknown = left.empty() ? words.back() : left.front();
     if (unknown.starts_with('-') && unknown.size() > 1) {
-        return "unknown option '" + unknown + "'" +
-               did_you_mean(unknown.substr(0, unknown.find('=')), options_of(command));
+        // Those of the tool stand before a command.
+        std::vector<std::string> options = options_of(command);
+        const std::vector<std::string> above = options_of(tool);
+        options.insert(options.end(), above.begin(), above.end());
+        return "unknown option '" + unknown + "'" + did_you_mean(unknown.substr(0, unknown.find('=')), options);
     }
     std::vector<std::string> below = names_of_commands(command);
     return "unexpected argument '" + unknown + "'" + did_you_mean(unknown, below);

@@ -108,15 +108,18 @@ void print(const RaidOptions &options, const Listing &listing, std::vector<Node>
     listing.print(std::move(controllers), stdout);
 }
 
+// People have eighty columns, and see the place of a drive in its name.
+std::vector<const char *> columns_for(Format format) {
+    if (format == Format::kTable) return {"NAME", "TYPE", "LABEL", "LEVEL", "STATE", "MODEL", "SERIAL", "SIZE"};
+    return {"NAME", "TYPE", "NUMBER", "LABEL", "LEVEL", "STATE", "MODEL", "SERIAL", "SIZE", "LOCATION", "MATCH"};
+}
+
 int run(const RaidOptions &options) {
     if (options.output.list_columns) {
         print_columns(options.output, kRaidKinds, stdout);
         return kDone;
     }
-    const Listing listing(options.output, {"controllers",
-                                           kRaidKinds,
-                                           {"NAME", "TYPE", "NUMBER", "LABEL", "LEVEL", "STATE", "MODEL", "SERIAL",
-                                            "SIZE", "LOCATION", "MATCH"}});
+    const Listing listing(options.output, {"controllers", kRaidKinds, columns_for(options.output.style().format)});
     inventory::Request request;
     request.raid = true;
     request.limit = to_limit(options.timeout);
