@@ -217,9 +217,10 @@ class InventorySweep : public testing::Test {
         return std::any_of(troubles.begin(), troubles.end(), [](const Trouble &trouble) { return trouble.essential; });
     }
 
-    // Who looks after a command that was given up clears its folder when it has ended.
+    // Who looks after a command that was given up clears its folder when it has ended: five seconds, more on a machine
+    // that others use.
     template <class Files> static bool leavings_gone(const Files &before) {
-        for (int i = 0; i < 1000; ++i) {
+        for (int i = 0; i < 6000; ++i) {
             const Files now = leavings();
             if (std::includes(before.begin(), before.end(), now.begin(), now.end())) return true;
             usleep(5000);
