@@ -6,7 +6,7 @@
 
 namespace inventory {
 
-// The functions of <libmount.h> of the same names.
+// Functions of <libmount.h>, without what their names begin with.
 struct MountLibrary {
     decltype(&mnt_new_table) new_table;
     decltype(&mnt_unref_table) unref_table;
