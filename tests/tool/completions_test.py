@@ -14,31 +14,13 @@ import tempfile
 import time
 import unittest
 
+from rows import rows_of
+
 TORVANE, ON_MACHINE, ROOT = (os.path.abspath(word) for word in sys.argv[1:4])
 COMPLETIONS = pathlib.Path(ROOT, "tools", "torvane", "completions")
 RACK = os.path.join(ROOT, "tests", "tool", "machines", "rack.tree")
 SLOWEST = 0.05  # seconds: people notice more
 
-# Typed before TAB, and the words behind the command then.
-LINES = [
-    ("lis", ["list"]),
-    ("list --nod", ["list", "--nodeps"]),
-    ("list -o NAME,ser", ["list", "-o", "NAME,SERIAL"]),
-    ("list --output=NAME,ser", ["list", "--output=NAME,SERIAL"]),
-    ("list --sort verd", ["list", "--sort", "VERDICT"]),
-    ("list nvme0", ["list", "nvme0n1"]),
-    ("show NV160002", ["show", "NV160002"]),
-    ("show 2000", ["show", "200000000007"]),
-    ("usb state 4C", ["usb", "state", "4C530001"]),
-    ("usb state 4C530001 un", ["usb", "state", "4C530001", "unbound"]),
-    ("mount B", ["mount", "BOX1"]),
-    ("tray ", ["tray", "sr0"]),
-    ("locate 0x500a0980/3 of", ["locate", "0x500a0980/3", "off"]),
-    ("wait cre", ["wait", "created"]),
-    ("help usb unb", ["help", "usb", "unbind"]),
-    ("firmware sdd -o /etc/hostna", ["firmware", "sdd", "-o", "/etc/hostname"]),
-    ("check --expect /etc/hostna", ["check", "--expect", "/etc/hostname"]),
-]
 # Where each shell finds its own: what to run, and the start-up file that loads it.
 SHELLS = {
     "bash": (["bash", "--noprofile", "--rcfile", "{home}/rc", "-i"], "rc", "PS1='ready> '; . {completions}/torvane.bash\n"),
@@ -95,9 +77,9 @@ class Completions(unittest.TestCase):
             self.skipTest(f"{name} is not installed")
         with tempfile.TemporaryDirectory() as home:
             shell = Shell(name, pathlib.Path(home))
-            for line, words in LINES:
+            for line, words in rows_of("completions.txt"):
                 with self.subTest(line=line):
-                    self.assertEqual(shell.complete(line), words)
+                    self.assertEqual(shell.complete(line), words.split())
             shell.close()
 
     def test_bash(self):

@@ -16,61 +16,12 @@ from concurrent.futures import ThreadPoolExecutor
 
 from prometheus_client.openmetrics import parser as openmetrics
 
+from rows import rows_of
+
 TORVANE, ON_MACHINE, ROOT = (os.path.abspath(word) for word in sys.argv[1:4])
 RACK = pathlib.Path(ROOT, "tests", "tool", "machines")
 
-# A line for the shell; [...] is what is left out the other time.
-OF_LISTINGS = [
-    ("LISTING [--json]", r'\A\{\n  "schema_version": 1,'),
-    ("LISTING [--ndjson]", r'\A\{"name":"[^\n]+\}\n'),
-    ("LISTING -o NAME,SIZE,UUID [--raw]", r"(?m)^\S+ \S+ -$"),
-    ("LISTING -o NAME,UUID [--pairs]", r'NAME="[^"]+" UUID=""'),
-    ("LISTING [--output=serial,Size]", r"\ASERIAL +SIZE *\n"),
-    ("LISTING [--output-all]", r"\ANAME .*MODEL .*SERIAL .*SIZE .*FAILED"),
-    ("LISTING [--list-columns]", r"SERIAL +serial +serial number"),
-    ("LISTING -o NAME,SIZE [--bytes]", r"(?m) \d{6,}$"),
-    ("LISTING -o NAME [--noheadings]", r"\A(?!NAME)[^\s]+ *\n"),
-    ("LISTING -o NAME [--paths]", r"(?m)^/dev/"),
-]
-OF_A_LISTING = {
-    "list": [("-o NAME [--tree]", "└─sda3"), ("-d -o NAME [--sort=NAME:desc]", r"\ANAME\nsr0\nsdf\n"),
-             ("-o NAME,SERIAL,RPM [--filter='size > 1T and rpm > 0']", r"\A.*\nsdd +ZL2A0001 7200\nsde +ZL2A0002 7200\n\S")],
-    "show sda": [("-o NAME [--tree]", "└─sda3"), ("--tree -o NAME [--sort=NAME:desc]", "├─sda3"),
-                 ("[--filter='size > 1T']", "which the filter does not fit")],
-    "find RAID": [("-o NAME [--tree]", "└─sda3"), ("-o NAME [--sort=NAME:desc]", r"\ANAME\nsdb\nsda\n"),
-                  ("-o NAME [--filter='used_by =~ backup']", r"\ANAME\nsdb\n\Z")],
-    "raid": [("-o NAME [--tree]", "├─nvme0n1"), ("-o NAME [--sort=NAME:desc]", r"\ANAME\nsdc\n"),
-             ("-o NAME [--filter='type == foreign']", r"\ANAME\nc0/e252/s4\n\Z")],
-    "bays": [("-o NAME [--tree]", "└─sde"), ("-o NAME [--sort=NAME:desc]", r"\ANAME\nsde\n"),
-             ("-o NAME,BAY [--filter='model =~ BIG']", r"\ANAME +BAY\nsdd +1\nsde +2\n\Z")],
-    "usb": [("-o NAME [--tree]", "└─sdf"), ("-o NAME [--sort=NAME:desc]", r"\ANAME\nsdf\n"),
-            ("-o NAME [--filter='type == disk']", r"\ANAME\nsdf\n6:0:0:0\n\Z")],
-}
-OF_OTHERS = [
-    ("list [--nodeps]", r"(?m)^sda .*\n(?!sda1)"),
-    ("list [--all]", "loop0"),
-    ("list [--defects]", "MDEFECTS"),
-    ("list [--state]", "PERMISSION"),
-    ("list [--raid]", r"(?m)^c0/e252/s8 .*slot 8 sdb$"),
-    ("list [--usb]", r"BOXED .*unbound"),
-    ("health [--json]", r'"problem": "rebuilding"'),
-    ("metrics [--defects]", "# TYPE torvane_drive_grown_defects gauge"),
-    ("metrics [--output=there.prom] 2>&1 >out; cat there.prom", r"(?m)^# TYPE [\s\S]+\n# EOF\n"),
-    ("diff old.json [--json]", r'"difference": "missing"'),
-    ("check [--expect=old.json]", r"sdz \(GONE1\): missing"),
-    ("check --expect=old.json [--json]", r'"difference": "missing"'),
-    ("firmware sdd [--output=image]", "sdd: No such file"),
-    ("firmware sdd --output=old.json [--force]", "sdd: No such file"),
-    ("watch [--initial]", r"present +sda +disk"),
-    ("watch --initial [--json]", r'\A\{"event":"present","name":'),
-    ("watch [--files=. & sleep 1; touch new; wait]", "created +(./)?new"),
-    ("usb unbind 4C53 [--force]", "cannot unbind"),
-    ("usb state 4C53 unbound [--force]", "cannot change the state"),
-]
-# Beside a maker's tool that never ends. What nothing else knows is looked for there, thirty seconds if not told so.
-WITH_TIMEOUT = ["list --raid", "show x", "find x", "raid", "health", "locate x on", "metrics", "diff old.json",
-                "check --expect=old.json", "usb state x bound", "usb bind x", "usb unbind x", "mount x", "umount x", "tray x",
-                "firmware x -o image", "wait created /nowhere"]
+LISTINGS = ["list", "show sda", "find RAID", "raid", "bays", "usb"]
 # Of what needs real devices: the script of an emulated machine has the example.
 EMULATED = {("mount", "--json"): "mount --json", ("tray", "--json"): "tray --json",
             ("usb bind", "--wait"): "bind BARE0001 --wait", ("usb unbind", "--wait"): "unbind --wait"}
@@ -122,19 +73,9 @@ class Switches(unittest.TestCase):
                                   env=os.environ | {"PATH": path, "LC_ALL": "C.UTF-8"})
             return done.stdout
 
-    def examples(self):
-        for line, words in OF_OTHERS:
-            yield line, words, "quick"
-        for listing, own in OF_A_LISTING.items():
-            for line, words in OF_LISTINGS:
-                yield line.replace("LISTING", listing), words, "quick"
-            for line, words in own:
-                yield listing + " " + line, words, "quick"
-        for line in WITH_TIMEOUT:
-            yield line + " [--timeout=0.3]", "no answer within 300 ms|when the time was over", "hanging"
-
     def check(self, example):
-        line, words, tools = example
+        line, words = example
+        tools = "hanging" if "[--timeout" in line else "quick"
         left_out = re.sub(r"\[.*\]", "", line)
         with_it = self.run_on_rack(re.sub(r"[][]", "", line), tools)
         # Half a minute is not waited for.
@@ -143,8 +84,10 @@ class Switches(unittest.TestCase):
 
     def test_each_has_an_example(self):
         shown = set(EMULATED)
+        examples = [(line.replace("LISTING", listing), words) for line, words in rows_of("switches.txt")
+                    for listing in (LISTINGS if "LISTING" in line else [""])]
         with ThreadPoolExecutor(os.cpu_count()) as several:
-            for line, words, with_it, without in several.map(self.check, self.examples()):
+            for line, words, with_it, without in several.map(self.check, examples):
                 with self.subTest(line=line):
                     self.assertRegex(with_it, words)
                     self.assertNotRegex(without, words)
