@@ -5,6 +5,7 @@
 // them, and of the kernel "adapters", "kernel" (its drives) and "generic".
 #include "inventory/raid/answers.h"
 #include "inventory/raid/tools.h"
+#include "inventory/survey/survey.h"
 #include "values.h"
 
 #include <gtest/gtest.h>
@@ -113,13 +114,8 @@ bool is_of_raid(const Thing &thing) {
 
 std::vector<std::string> troubles_of(const Machine &machine) {
     std::vector<std::string> texts;
-    const auto add = [&](const std::vector<Trouble> &troubles) {
-        for (const Trouble &trouble : troubles) {
-            texts.push_back(trouble.source + ": " + trouble.what + ": " + trouble.words);
-        }
-    };
-    add(machine.troubles);
-    for (const Thing &thing : machine.things()) add(thing.troubles);
+    for (const Trouble &trouble : all_troubles(machine))
+        texts.push_back(trouble.source + ": " + trouble.what + ": " + trouble.words);
     return texts;
 }
 

@@ -3,15 +3,19 @@
 
 #include "inventory/raid/health.h"
 #include "inventory/raid/raid.h"
+#include "inventory/survey/survey.h"
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
 
 namespace inventory::tests {
 namespace {
@@ -51,16 +55,9 @@ const char *const kTwoAdapters = R"(
 /sys/bus/pci/drivers/mpt3sas/0000:67:00.0/vendor = 0x1000\n
 )";
 
-std::vector<std::string> essential_troubles(const Machine &machine) {
-    std::vector<std::string> words;
-    const auto add = [&](const std::vector<Trouble> &troubles) {
-        for (const Trouble &trouble : troubles) {
-            if (trouble.essential) words.push_back(trouble.source + ": " + trouble.words);
-        }
-    };
-    add(machine.troubles);
-    for (const Thing &thing : machine.things()) add(thing.troubles);
-    return words;
+auto essential_troubles(const Machine &machine) {
+    const std::vector<Trouble> troubles = all_troubles(machine);
+    return std::count_if(troubles.begin(), troubles.end(), [](const Trouble &trouble) { return trouble.essential; });
 }
 
 TEST(ReadRaid, NoControllerAndNoToolIsNoTrouble) {
@@ -69,7 +66,7 @@ TEST(ReadRaid, NoControllerAndNoToolIsNoTrouble) {
     Machine machine;
     read_raid(machine, {milliseconds(1000)});
     EXPECT_TRUE(machine.things().empty());
-    EXPECT_TRUE(essential_troubles(machine).empty());
+    EXPECT_EQ(essential_troubles(machine), 0);
 }
 
 TEST(ReadRaid, AControllerThatNoToolTellsAboutIsNamed) {
@@ -85,7 +82,7 @@ TEST(ReadRaid, AControllerThatNoToolTellsAboutIsNamed) {
     EXPECT_EQ(untold->troubles.at(0).remedy.substr(0, 26), "install the maker's tool: ");
     // The mpt driver runs plain adapters, whose drives the kernel has.
     EXPECT_EQ(machine.find("0000:67:00.0"), nullptr);
-    EXPECT_EQ(essential_troubles(machine).size(), 1U);
+    EXPECT_EQ(essential_troubles(machine), 1);
 }
 
 struct Case {
@@ -102,11 +99,11 @@ TEST_P(BrokenTool, CostsItsOwnControllersAlone) {
     const auto begin = std::chrono::steady_clock::now();
     Machine machine;
     read_raid(machine, {milliseconds(2000)});
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, milliseconds(15'000));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::minutes(1)); // none ends by itself
     ASSERT_NE(machine.find("c0/v1"), nullptr);
     EXPECT_EQ(machine.find("c0/e252/s0")->text("serial"), "S1");
-    EXPECT_GE(essential_troubles(machine).size(), 2U); // the tool's, and the other controller's
-#if !defined(__SANITIZE_ADDRESS__)                     // which keeps freed memory for a while
+    EXPECT_GE(essential_troubles(machine), 2); // the tool's, and the other controller's
+#if !defined(__SANITIZE_ADDRESS__)             // which keeps freed memory for a while
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
     EXPECT_LT(usage.ru_maxrss, 300 * 1024) << "KiB";
@@ -121,44 +118,22 @@ INSTANTIATE_TEST_SUITE_P(
                     Case{"PrintsNothing", "exit 1"}),
     [](const auto &tested) { return tested.param.name; });
 
-struct StateCase {
-    ThingKind kind;
-    const char *state;
-    Health health;
-    const char *problem;
-};
-class States : public testing::TestWithParam<StateCase> {};
-
-TEST_P(States, MeanWhatTheToolsMean) {
-    Machine machine;
-    machine.add(GetParam().kind, "c0/x").tell("state", std::string(GetParam().state), Source::kTool);
-    EXPECT_EQ(health_of(machine.things().front()), GetParam().health);
-    const std::vector<Problem> problems = problems_of(machine);
-    EXPECT_EQ(problems.empty() ? "" : problems.front().kind, GetParam().problem);
+// What a state means, and the problem that it is, if any: the table is states.json.
+TEST(Health, IsWhatTheToolsMeanByTheirStates) {
+    const std::map<std::string, Health> meanings{
+        {"optimal", Health::kOptimal}, {"busy", Health::kBusy}, {"bad", Health::kBad}, {"unknown", Health::kUnknown}};
+    const auto table = nlohmann::json::parse(content_of(TORVANE_TEST_MACHINES "/../states.json"));
+    for (const auto &[kind, states] : table.items()) {
+        for (const auto &[state, meaning] : states.items()) {
+            Machine machine;
+            Thing &thing = machine.add(kind == "logical" ? ThingKind::kLogical : ThingKind::kMember, "c0/x");
+            thing.tell("state", std::string(state), Source::kTool);
+            EXPECT_EQ(health_of(thing), meanings.at(meaning[0])) << state;
+            const std::vector<Problem> problems = problems_of(machine);
+            EXPECT_EQ(problems.empty() ? "" : problems.front().kind, meaning[1]) << state;
+        }
+    }
 }
-
-constexpr ThingKind kVolume = ThingKind::kLogical;
-constexpr ThingKind kDrive = ThingKind::kMember;
-INSTANTIATE_TEST_SUITE_P(
-    Health, States,
-    testing::Values(
-        StateCase{kVolume, "Optl", Health::kOptimal, ""}, StateCase{kVolume, "OK", Health::kOptimal, ""},
-        StateCase{kVolume, "Okay (OKY)", Health::kOptimal, ""}, StateCase{kVolume, "functional", Health::kOptimal, ""},
-        StateCase{kVolume, "Pdgd", Health::kBad, "degraded"},
-        StateCase{kVolume, "Partially Degraded", Health::kBad, "degraded"},
-        StateCase{kVolume, "Interim Recovery Mode", Health::kBad, "degraded"},
-        StateCase{kVolume, "Ready for Rebuild", Health::kBad, "degraded"},
-        StateCase{kVolume, "Impacted ( Build/Verify with fix : 73 % )", Health::kBad, "degraded"},
-        StateCase{kVolume, "Suboptimal, Fault Tolerant", Health::kBad, "degraded"},
-        StateCase{kVolume, "Rec", Health::kBusy, "rebuilding"},
-        StateCase{kVolume, "Recovering", Health::kBusy, "rebuilding"},
-        StateCase{kVolume, "Initializing (INIT)", Health::kBusy, ""},
-        StateCase{kVolume, "OfLn", Health::kBad, "failed"},
-        StateCase{kDrive, "Unconfigured(bad)", Health::kBad, "failed"},
-        StateCase{kDrive, "Unconfigured(good), Spun Up", Health::kOptimal, ""},
-        StateCase{kDrive, "Conf Online", Health::kOptimal, ""}, StateCase{kDrive, "Rbld", Health::kBusy, "rebuilding"},
-        StateCase{kDrive, "Predictive Failure", Health::kBad, "predictive-failure"},
-        StateCase{kDrive, "", Health::kUnknown, ""}, StateCase{kDrive, "Never seen", Health::kUnknown, ""}));
 
 TEST(Problems, AreOfDrivesAndArraysToo) {
     Machine machine;

@@ -18,38 +18,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-[[noreturn]] void give_up(const std::string &what) {
-    throw std::runtime_error("no fixture machine: " + what + ": " + std::strerror(errno));
-}
-
-void write(const std::string &path, const std::string &text, std::ios::openmode mode = std::ios::trunc) {
-    fs::create_directories(fs::path(path).parent_path());
-    std::ofstream stream(path, std::ios::binary | std::ios::out | mode);
-    if (!(stream << text).flush()) give_up("cannot write " + path);
-}
-
-void link(const std::string &path, const std::string &target) {
-    fs::create_directories(fs::path(path).parent_path());
-    fs::create_symlink(target, path);
-}
-
-void enter_namespace() {
-    static bool entered = false;
-    if (entered) return;
-    const uid_t user = geteuid();
-    const gid_t group = getegid();
-    if (unshare(user == 0 ? CLONE_NEWNS : CLONE_NEWUSER | CLONE_NEWNS) != 0) give_up("unshare");
-    if (user != 0) {
-        write("/proc/self/setgroups", "deny");
-        write("/proc/self/uid_map", "0 " + std::to_string(user) + " 1");
-        write("/proc/self/gid_map", "0 " + std::to_string(group) + " 1");
-    }
-    if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) give_up("making mounts private");
-    // The device manager's library else insists on a sysfs.
-    setenv("SYSTEMD_DEVICE_VERIFY_SYSFS", "0", 1);
-    entered = true;
-}
-
 std::string unescaped(const std::string &text) {
     std::string plain;
     for (std::size_t i = 0; i < text.size(); ++i) {
@@ -85,39 +53,80 @@ void put_ata_text(std::string &ata_page, std::size_t word, std::string text, std
 }
 
 void put_pages(const std::string &folder, std::map<std::string, std::string> values) {
-    if (values.contains("80")) write(folder + "/vpd_pg80", page(0x80, values["80"]));
+    if (values.contains("80")) write_file(folder + "/vpd_pg80", page(0x80, values["80"]));
     if (values.contains("naa")) {
         const std::string name = bytes_of(values["naa"]);
-        write(folder + "/vpd_pg83", page(0x83, std::string("\1\3\0", 3) + static_cast<char>(name.size()) + name));
+        write_file(folder + "/vpd_pg83", page(0x83, std::string("\1\3\0", 3) + static_cast<char>(name.size()) + name));
     }
-    if (values.contains("rotation")) write(folder + "/vpd_pgb1", page(0xB1, bytes_of(values["rotation"]) + "\0\0"));
+    if (values.contains("rotation"))
+        write_file(folder + "/vpd_pgb1", page(0xB1, bytes_of(values["rotation"]) + "\0\0"));
     if (!values.contains("ata")) return;
     std::string ata_page = page(0x89, std::string(568, '\0'));
     put_ata_text(ata_page, 10, values["ata-serial"], 10);
     put_ata_text(ata_page, 23, values["ata-firmware"], 4);
     put_ata_text(ata_page, 27, values["ata"], 20);
-    write(folder + "/vpd_pg89", ata_page);
+    write_file(folder + "/vpd_pg89", ata_page);
 }
 
 } // namespace
+
+[[noreturn]] void give_up(const std::string &what) {
+    throw std::runtime_error("no fixture machine here: " + what + ": " + std::strerror(errno));
+}
+
+void write_file(const std::string &path, std::string_view text, std::ios::openmode mode) {
+    fs::create_directories(fs::path(path).parent_path());
+    std::ofstream stream(path, std::ios::binary | std::ios::out | mode);
+    if (!(stream << text).flush()) give_up("cannot write " + path);
+}
+
+void make_link(const std::string &path, const std::string &target) {
+    fs::create_directories(fs::path(path).parent_path());
+    fs::remove(path);
+    fs::create_symlink(target, path);
+}
+
+void mount_at(const std::string &path, const char *source) {
+    const bool is_own = source == nullptr;
+    const unsigned long flags = is_own ? MS_NOSUID : MS_BIND | MS_REC;
+    if (mount(is_own ? "tree" : source, path.c_str(), is_own ? "tmpfs" : nullptr, flags,
+              is_own ? "mode=0755" : nullptr))
+        give_up("mounting over " + path);
+}
+
+void enter_namespace() {
+    static bool entered = false;
+    if (entered) return;
+    const uid_t user = geteuid();
+    const gid_t group = getegid();
+    if (unshare(user == 0 ? CLONE_NEWNS : CLONE_NEWUSER | CLONE_NEWNS) != 0) give_up("unshare");
+    if (user != 0) {
+        write_file("/proc/self/setgroups", "deny");
+        write_file("/proc/self/uid_map", "0 " + std::to_string(user) + " 1");
+        write_file("/proc/self/gid_map", "0 " + std::to_string(group) + " 1");
+    }
+    if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) give_up("making mounts private");
+    // The device manager's library else insists on a sysfs.
+    setenv("SYSTEMD_DEVICE_VERIFY_SYSFS", "0", 1);
+    entered = true;
+}
 
 Tree::Tree(const std::string &description) {
     enter_namespace();
     fs::create_directories("/run");
     for (const char *path : {"/sys", "/run"}) {
-        if (mount("tree", path, "tmpfs", MS_NOSUID, "mode=0755") != 0) give_up(std::string("mounting over ") + path);
+        mount_at(path);
         mounts_.emplace_back(path);
     }
     // The library that reads the database and the test itself still need their own descriptors.
     fs::create_directories("/run/proc");
-    if (mount("/proc", "/run/proc", nullptr, MS_BIND | MS_REC, nullptr) != 0) give_up("binding /proc");
-    if (mount("tree", "/proc", "tmpfs", MS_NOSUID, "mode=0755") != 0) give_up("mounting over /proc");
-    mounts_.emplace_back("/run/proc");
-    mounts_.emplace_back("/proc");
-    link("/proc/self/fd", "/run/proc/self/fd");
-    write("/proc/partitions", "major minor  #blocks  name\n\n");
-    write("/proc/self/mountinfo", "");
-    write("/proc/swaps", "Filename\t\t\t\tType\t\tSize\t\tUsed\t\tPriority\n");
+    mount_at("/run/proc", "/proc");
+    mount_at("/proc");
+    mounts_.insert(mounts_.end(), {"/run/proc", "/proc"});
+    make_link("/proc/self/fd", "/run/proc/self/fd");
+    write_file("/proc/partitions", "major minor  #blocks  name\n\n");
+    write_file("/proc/self/mountinfo", "");
+    write_file("/proc/swaps", "Filename\t\t\t\tType\t\tSize\t\tUsed\t\tPriority\n");
     fs::create_directories("/sys/class/block");
     std::istringstream lines(description);
     for (std::string line; std::getline(lines, line);) lay_out(line);
@@ -156,11 +165,11 @@ void Tree::lay_out(std::string line) {
         }
         put_pages(second, values);
     } else if (second == "=") {
-        write(first, rest() + "\n");
+        write_file(first, rest() + "\n");
     } else if (second == "+") {
-        write(first, rest() + "\n", std::ios::app);
+        write_file(first, rest() + "\n", std::ios::app);
     } else if (second == "->") {
-        link(first, rest());
+        make_link(first, rest());
     } else {
         throw std::runtime_error("not understood: " + line);
     }
@@ -174,23 +183,23 @@ void Tree::block(const std::string &path, const std::string &numbers, const std:
     const std::string major = numbers.substr(0, colon);
     const std::string minor = numbers.substr(colon + 1);
     const bool is_part = fs::exists(fs::path(path).parent_path() / "size");
-    write(path + "/dev", numbers + "\n");
-    write(path + "/size", sectors + "\n");
-    write(path + "/ro", "0\n");
-    write(path + "/uevent", "MAJOR=" + major + "\nMINOR=" + minor + "\nDEVNAME=" + node +
-                                "\nDEVTYPE=" + (is_part ? "partition" : "disk") + "\n");
-    link(path + "/subsystem", "/sys/class/block");
-    link("/sys/class/block/" + name, "../../" + path.substr(5));
-    link("/sys/dev/block/" + numbers, "../../" + path.substr(5));
+    write_file(path + "/dev", numbers + "\n");
+    write_file(path + "/size", sectors + "\n");
+    write_file(path + "/ro", "0\n");
+    write_file(path + "/uevent", "MAJOR=" + major + "\nMINOR=" + minor + "\nDEVNAME=" + node +
+                                     "\nDEVTYPE=" + (is_part ? "partition" : "disk") + "\n");
+    make_link(path + "/subsystem", "/sys/class/block");
+    make_link("/sys/class/block/" + name, "../../" + path.substr(5));
+    make_link("/sys/dev/block/" + numbers, "../../" + path.substr(5));
     if (sectors != "0") {
         const std::string row = major + " " + minor + " " + std::to_string(std::stoull(sectors) / 2) + " " + node;
-        write("/proc/partitions", row + "\n", std::ios::app);
+        write_file("/proc/partitions", row + "\n", std::ios::app);
     }
     if (is_part) return;
-    write(path + "/queue/logical_block_size", "512\n");
-    write(path + "/queue/physical_block_size", "512\n");
-    write(path + "/queue/rotational", "1\n");
-    write(path + "/removable", "0\n");
+    write_file(path + "/queue/logical_block_size", "512\n");
+    write_file(path + "/queue/physical_block_size", "512\n");
+    write_file(path + "/queue/rotational", "1\n");
+    write_file(path + "/removable", "0\n");
 }
 
 std::string content_of(const std::string &path) {

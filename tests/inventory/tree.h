@@ -2,8 +2,10 @@
 #ifndef TORVANE_TESTS_INVENTORY_TREE_H
 #define TORVANE_TESTS_INVENTORY_TREE_H
 
+#include <fstream>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace inventory::tests {
@@ -33,6 +35,13 @@ class Tree {
 };
 
 std::string content_of(const std::string &path);
+
+// What other fixtures lay out with, too. Each throws with its reason; folders above a path are made.
+[[noreturn]] void give_up(const std::string &what);
+void write_file(const std::string &path, std::string_view text, std::ios::openmode mode = std::ios::trunc);
+void make_link(const std::string &path, const std::string &target);
+void mount_at(const std::string &path, const char *source = nullptr); // a tree of its own, or another place's
+void enter_namespace(); // once per process; from there on no mount of ours is seen outside
 
 // What storcli64 prints of a controller of one drive.
 inline constexpr const char *kController =

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <string>
 
 namespace {
@@ -46,52 +47,18 @@ class Lsi : public testing::Test {
 };
 
 TEST_F(Lsi, AdaptersGroupsAndDrivesWithEitherLineEnd) {
-    const std::string logical = "\n" + kAdapter + "Virtual Drive: 0 (Target Id: 0)\n" +
-                                "Name                :two words\nSize                : 931.5 KB\n" +
-                                "Number Of Drives    : 2\nVirtual Drive: 3 (Target Id: 7)\n" +
-                                "Name                :\nSize                : 1 TB\n" +
-                                "Adapter 4 -- Virtual Drive Information:\n" + kDrive;
-    const std::string physical =
-        "Adapter #0\nEnclosure Device ID: 252\nSlot Number: 5\n"
-        "Drive's position: DiskGroup: 1, Span: 0, Arm: 1\nEnclosure position: 1\n"
-        "Raw Size: 9 GB [0x9 Sectors]\nNon Coerced Size: 8 GB [0x8 Sectors]\nCoerced Size: 2 KB [0x4 Sectors]\n"
-        "Inquiry Data: SEAGATE ST3600057SS     00086SL0AAAA  \n"
-        "Enclosure Device ID: 252\nEnclosure position: 1\nCoerced Size: 3 KB [0x6 Sectors]\n"
-        "Drive's position: DiskGroup: none\n"
-        "Inquiry Data:      WD-W0001WDC WD10EZEX-00BN5A0                    01.01A01\n"
-        "Adapter #1\nEnclosure Device ID: N/A\nSlot Number: 1\nDrive's position: DiskGroup: 0, Span: 0, Arm: 0\n"
-        "Coerced Size: 4 KB [0x8 Sectors]\nInquiry Data: A B C\n"
-        "Enclosure Device ID: 1\nSlot Number: 2\nDrive's position: DiskGroup: 0, Span: 0, Arm: 1\n"
-        "Enclosure position: 1\nCoerced Size: 5 KB [0x8 Sectors]\nInquiry Data: A B D\n";
-    const std::string expected =
-        "Raid Controller 0 (type 2): drives(1), groups(2)\n"
-        "  Drive Group two (device (null)): controller(0), logical(0), size(953856), drives(0)\n"
-        "  End of Drive Group two\n"
-        "  Drive Group  (device (null)): controller(0), logical(3), size(1), drives(1)\n"
-        "    Drive (null) (number 5): serial(00086SL0AAAA), model(SEAGATE ST3600057SS), location((0, 5)), size(2048)\n"
-        "  End of Drive Group \n"
-        "  Drives without a group: drives(1)\n"
-        "    Drive (null) (number 0): serial(01.01A01), model(WD-W0001WDC WD10EZEX-00BN5A0), location((0, 0)), "
-        "size(3072)\n"
-        "  End of drives without a group\n"
-        "End of Raid Controller 0\n"
-        "Raid Controller 4 (type 2): drives(0), groups(1)\n"
-        "  Drive Group DATA (device (null)): controller(4), logical(0), size(10737418240), drives(2)\n"
-        "    Drive (null) (number 1): serial(C), model(A B), location((null)), size(4096)\n"
-        "    Drive (null) (number 2): serial(D), model(A B), location((4, 2)), size(5120)\n"
-        "  End of Drive Group DATA\n"
-        "  Drives without a group: drives(0)\n"
-        "  End of drives without a group\n"
-        "End of Raid Controller 4\n";
-    EXPECT_EQ(read_logical(logical), 0);
-    EXPECT_EQ(read_physical(physical), 0);
-    EXPECT_EQ(printed(), expected);
-    destroy_raids(list, static_cast<int>(count));
-    list = nullptr;
-    count = 0;
-    EXPECT_EQ(read_logical(with_crlf(logical)), 0);
-    EXPECT_EQ(read_physical(with_crlf(physical)), 0);
-    EXPECT_EQ(printed(), expected);
+    const auto output = [](const std::string &name) {
+        std::ifstream file(TORVANE_TEST_OUTPUTS "/lsi/" + name);
+        return std::string(std::istreambuf_iterator<char>(file), {});
+    };
+    for (const auto &copied : {+[](const std::string &text) { return text; }, &with_crlf}) {
+        EXPECT_EQ(read_logical(copied(output("logical"))), 0);
+        EXPECT_EQ(read_physical(copied(output("physical"))), 0);
+        EXPECT_EQ(printed(), output("truth"));
+        destroy_raids(list, static_cast<int>(count));
+        list = nullptr;
+        count = 0;
+    }
 }
 
 TEST_F(Lsi, LogicalOutputThatCannotBeRight) {

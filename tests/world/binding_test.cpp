@@ -28,8 +28,6 @@ class Binding : public UsbTest {
 
     // A kernel that refuses what is written: the error comes when the file is closed.
     void refuse(const std::string &file) { world.link(control("sd", file), "/dev/full"); }
-
-    static void expect_text(uint32_t category, const std::string &text) { EXPECT_EQ(text_of(category), text); }
 };
 
 TEST_F(Binding, OfOneDeviceFollowsItsStateThenItsDriver) {
@@ -40,12 +38,10 @@ TEST_F(Binding, OfOneDeviceFollowsItsStateThenItsDriver) {
     EXPECT_EQ(written("sr"), "unbind 2:0:0:0");
     device.type = 3; // a processor device: no driver
     EXPECT_EQ(unbind_scsi_device_from_driver(&device), 0);
-    EXPECT_EQ(bind_scsi_device_to_driver(&device), -1);
-    expect_text(TORVANE_ERROR_DEVICE, "driver not available");
+    EXPECT_EQ(said(bind_scsi_device_to_driver(&device)), "-1 driver not available");
     device.state = STATE_NODE;
     EXPECT_EQ(bind_scsi_device_to_driver(&device), 0);
-    EXPECT_EQ(unbind_scsi_device_from_driver(&device), -1);
-    expect_text(TORVANE_ERROR_DEVICE, "failed to read driver");
+    EXPECT_EQ(said(unbind_scsi_device_from_driver(&device)), "-1 failed to read driver");
 
     refuse("unbind");
     device.type = SCSI_TYPE_DISK;
@@ -53,10 +49,8 @@ TEST_F(Binding, OfOneDeviceFollowsItsStateThenItsDriver) {
     EXPECT_EQ(device.state, static_cast<uint32_t>(STATE_NODE));
     device.address = nullptr;
     EXPECT_EQ(unbind_scsi_device_from_driver(&device), -1);
-    EXPECT_EQ(unbind_scsi_device_from_driver(nullptr), -1);
-    expect_text(TORVANE_ERROR_DEVICE, "failed to read scsi device (NULL)");
-    EXPECT_EQ(bind_scsi_device_to_driver(nullptr), -1);
-    expect_text(TORVANE_ERROR_DEVICE, "unable to read scsi device (NULL)");
+    EXPECT_EQ(said(unbind_scsi_device_from_driver(nullptr)), "-1 failed to read scsi device (NULL)");
+    EXPECT_EQ(said(bind_scsi_device_to_driver(nullptr)), "-1 unable to read scsi device (NULL)");
 }
 
 TEST_F(Binding, EveryTransitionAndItsUndo) {
@@ -104,7 +98,7 @@ TEST_F(Binding, EveryTransitionAndItsUndo) {
         EXPECT_EQ(written(), each.writes);
         answers().mknod = real_mknod;
     }
-    expect_text(TORVANE_ERROR_DEVICE, "failed to read device, status, or state");
+    EXPECT_EQ(error(), "failed to read device, status, or state");
 
     // Nodes whose names cannot be read are not removed; those in /dev are looked for again.
     world.file("/dev/sdb", "");
@@ -155,12 +149,9 @@ TEST_F(Binding, SerialNumberNamesTheInterfaceOrItsFirstDevice) {
     EXPECT_EQ(states(), "01");
     EXPECT_EQ(bind_device_to_driver(media.get(), "USB-1"), 0);
     EXPECT_EQ(states(), "11");
-    EXPECT_EQ(bind_device_to_driver(media.get(), "USB-12"), -1);
-    expect_text(TORVANE_ERROR_DEVICE, "unable to bind device to driver (no matches)");
-    EXPECT_EQ(unbind_device_from_driver(media.get(), "X"), -1);
-    expect_text(TORVANE_ERROR_DEVICE, "unable to unbind device from driver (no matches)");
-    EXPECT_EQ(bind_device_to_driver(media.get(), nullptr), -1);
-    expect_text(TORVANE_ERROR_DEVICE, "unable to bind device to driver (NULL)");
+    EXPECT_EQ(said(bind_device_to_driver(media.get(), "USB-12")), "-1 unable to bind device to driver (no matches)");
+    EXPECT_EQ(said(unbind_device_from_driver(media.get(), "X")), "-1 unable to unbind device from driver (no matches)");
+    EXPECT_EQ(said(bind_device_to_driver(media.get(), nullptr)), "-1 unable to bind device to driver (NULL)");
 
     EXPECT_EQ(change_device_state(media.get(), "OWN", STATE_UNBOUND), 0);
     EXPECT_EQ(states(), "10");
@@ -174,8 +165,7 @@ TEST_F(Binding, SerialNumberNamesTheInterfaceOrItsFirstDevice) {
     EXPECT_EQ(change_device_state(media.get(), "USB", STATE_BOUND), 0);
     EXPECT_EQ(states(), "11");
     for (const auto &[serial, state] : {std::pair<const char *, uint32_t>(nullptr, 0), {"USB", 3}}) {
-        EXPECT_EQ(change_device_state(media.get(), serial, state), -1);
-        expect_text(TORVANE_ERROR_DEVICE, "failed to read info or state is invalid");
+        EXPECT_EQ(said(change_device_state(media.get(), serial, state)), "-1 failed to read info or state is invalid");
     }
 }
 
@@ -200,7 +190,7 @@ TEST_F(Binding, BySerialNumberAlone) {
         for (const char *serial : {"none", static_cast<const char *>(nullptr)}) {
             set_error_str(TORVANE_ERROR_DEVICE, "none");
             EXPECT_EQ(function(serial), -1);
-            expect_text(TORVANE_ERROR_DEVICE, text);
+            EXPECT_EQ(text_of(TORVANE_ERROR_DEVICE), text);
         }
     }
 }
@@ -234,26 +224,23 @@ TEST_F(Binding, WaitsForTheBlockDeviceAndForItsNodeToGo) {
     }
     world.file("/dev/sdb", "");
     EXPECT_EQ(bind_to_driver_with_wait_for_driver("USB"), -1);
-    expect_text(TORVANE_ERROR_MOUNT, "failed to wait for file to be deleted");
+    EXPECT_EQ(text_of(TORVANE_ERROR_MOUNT), "failed to wait for file to be deleted");
     EXPECT_EQ(written(), "unbind 2:0:0:0");
 }
 
 TEST_F(Binding, AWaitThatFailsUnbindsAgain) {
     EXPECT_EQ(bind_to_driver_with_wait("USB", 1), -1);
-    expect_text(TORVANE_ERROR_MOUNT, "unable to read info or no scsi devices found (NULL)");
+    EXPECT_EQ(text_of(TORVANE_ERROR_MOUNT), "unable to read info or no scsi devices found (NULL)");
     plug_in({.units = {{.bound = false}}});
     refuse("bind");
-    EXPECT_EQ(bind_to_driver_with_wait("USB-0", 1), -1);
-    expect_text(TORVANE_ERROR_MOUNT, "failed to bind USB-0 to driver");
+    EXPECT_EQ(said(bind_to_driver_with_wait("USB-0", 1), TORVANE_ERROR_MOUNT), "-1 failed to bind USB-0 to driver");
     written();
     answers().select = [](int, fd_set *, fd_set *, fd_set *, timeval *) { return 0; }; // the time is up
-    EXPECT_EQ(bind_to_driver_with_wait("USB-0", 1), -1);
-    expect_text(TORVANE_ERROR_MOUNT, "failed to wait for file to exist");
+    EXPECT_EQ(said(bind_to_driver_with_wait("USB-0", 1), TORVANE_ERROR_MOUNT), "-1 failed to wait for file to exist");
     EXPECT_EQ(written(), "bind 2:0:0:0, unbind 2:0:0:0");
 
     plug_in({.port = "1-2", .host = 3, .serial = "READER", .units = {{.name = "sdc"}, {.name = "sdd", .minor = 48}}});
-    EXPECT_EQ(bind_to_driver_with_wait("READER", 1), -1);
-    expect_text(TORVANE_ERROR_MOUNT, "device is an adapter");
+    EXPECT_EQ(said(bind_to_driver_with_wait("READER", 1), TORVANE_ERROR_MOUNT), "-1 device is an adapter");
     EXPECT_EQ(written().substr(0, 11), "unbind 3:0:");
 }
 

@@ -36,7 +36,7 @@ class Discovery : public WorldTest {
         world.file("/proc/partitions", "major minor  #blocks  name\n\n" + rows);
     }
 
-    static std::string error() { return text_of(TORVANE_ERROR_DRIVE_LIST); }
+    Discovery() { category = TORVANE_ERROR_DRIVE_LIST; }
 };
 
 TEST_F(Discovery, OptionsAndNames) {
@@ -49,8 +49,7 @@ TEST_F(Discovery, OptionsAndNames) {
         EXPECT_EQ(drives(readers), "-1:");
         EXPECT_EQ(error(), "no drive names specified");
     }
-    EXPECT_EQ(get_drives(nullptr, 1, nullptr, 0), -1);
-    EXPECT_EQ(error(), "no drive list (NULL)");
+    EXPECT_EQ(said(get_drives(nullptr, 1, nullptr, 0)), "-1 no drive list (NULL)");
     EXPECT_EQ(drives(32, {"/dev/sda", "/dev/sdb", "/dev/sda", ""}), "0: /dev/sda/0 /dev/sdb/0 /0");
     EXPECT_EQ(drives(2, {"/dev/sda", nullptr}), "-1:");
     EXPECT_EQ(error(), "failed to duplicate '(null)'");
@@ -143,8 +142,7 @@ TEST_F(Discovery, DrivesBySerial) {
     EXPECT_EQ(get_drive_by_serial(&list, 1 | 4, "AB-12"), 0);
     EXPECT_EQ(described(list), " /dev/sda/0 /dev/sdb/0 /dev/sdc/0") << "appended to what the list held";
     EXPECT_EQ(get_drive_by_serial(&list, 0, "AB"), -1);
-    EXPECT_EQ(get_drive_by_serial(&list, 1, nullptr), -1);
-    EXPECT_EQ(error(), "unable to read drive list or serial (NULL)");
+    EXPECT_EQ(said(get_drive_by_serial(&list, 1, nullptr)), "-1 unable to read drive list or serial (NULL)");
     release_drives(&list);
     int result = 0;
     without_each_allocation([&] { result = get_drive_by_serial(&(list = {}), 1 | 4, "AB"); },

@@ -51,7 +51,7 @@ class Geometry : public WorldTest {
         return text;
     }
 
-    static std::string error() { return text_of(TORVANE_ERROR_GEOMETRY); }
+    Geometry() { category = TORVANE_ERROR_GEOMETRY; }
 
     void table(const std::string &rows) const {
         world.file("/proc/partitions", "major minor  #blocks  name\n\n" + rows);
@@ -84,8 +84,7 @@ TEST_F(Geometry, RatesThatCount) {
     EXPECT_EQ(error(), "untouched");
     sda->pages.clear();
     int32_t rate = 5;
-    EXPECT_EQ(get_device_rotation(-1, "/dev/sda", &rate), -8);
-    EXPECT_EQ(error(), "failed to read disk RPM");
+    EXPECT_EQ(said(get_device_rotation(-1, "/dev/sda", &rate)), "-8 failed to read disk RPM");
 }
 
 TEST_F(Geometry, EachFailingReaderAddsItsCode) {
@@ -166,8 +165,7 @@ TEST_F(Geometry, TablesOfEveryShape) {
     EXPECT_EQ(found("/dev/sda"), "-16") << "a line that begins with a NUL ends the reading";
     world.remove("/proc/partitions");
     PartitionList list = {};
-    EXPECT_EQ(get_partition("sda", &list), -1);
-    EXPECT_EQ(error(), "failed to open /proc/partitions to read partition information");
+    EXPECT_EQ(said(get_partition("sda", &list)), "-1 failed to open /proc/partitions to read partition information");
 }
 
 TEST_F(Geometry, Printed) {
@@ -193,6 +191,8 @@ TEST_F(Geometry, Printed) {
 
 class Defects : public WorldTest {
   protected:
+    Defects() { category = TORVANE_ERROR_DEFECTS; }
+
     std::shared_ptr<FakeDisk> sda_ = world.disk({});
 
     std::string counted() {
@@ -213,7 +213,7 @@ class Defects : public WorldTest {
 
 TEST_F(Defects, ListsOfEveryLength) {
     EXPECT_EQ(counted(), "-3: -1/0 -1/0") << "not supported";
-    EXPECT_EQ(text_of(TORVANE_ERROR_DEFECTS), "failed to read grown defect capacity");
+    EXPECT_EQ(error(), "failed to read grown defect capacity");
     sda_->primary_defects = {.bytes = 0};
     sda_->grown_defects = {.bytes = 24};
     EXPECT_EQ(counted(), "0: 0/0 3/24");
@@ -259,10 +259,10 @@ TEST_F(Defects, RepliesThatCannotBeTrue) {
     };
     for (const Bytes &header : {Bytes(), Bytes(4, 0), Bytes(4, 0xFF), Bytes({1, 0x14, 0, 8})}) {
         EXPECT_EQ(with(header), "-3: -1/0 -1/0");
-        EXPECT_EQ(text_of(TORVANE_ERROR_DEFECTS), "invalid header for grown defect list");
+        EXPECT_EQ(error(), "invalid header for grown defect list");
     }
     EXPECT_EQ(with({0, 0x0C}), "-1: -1/0 0/0") << "the other list's header";
-    EXPECT_EQ(text_of(TORVANE_ERROR_DEFECTS), "invalid header for primary(manufacturer) defect list");
+    EXPECT_EQ(error(), "invalid header for primary(manufacturer) defect list");
     EXPECT_EQ(with({0, 0x14, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}), "-2: 8191/65528 -1/0");
     EXPECT_EQ(with({0, 0x14, 0, 8}), "-2: 1/8 -1/0");
     sda_->answer = [](const Bytes &cdb) -> std::optional<Reply> {
@@ -271,10 +271,9 @@ TEST_F(Defects, RepliesThatCannotBeTrue) {
         return Reply{.data = {0, static_cast<unsigned char>(cdb[0] == 0xB7 ? cdb[1] : cdb[2]), 0, 16}};
     };
     EXPECT_EQ(counted(), "-3: -1/0 -1/0");
-    EXPECT_EQ(text_of(TORVANE_ERROR_DEFECTS), "failed to read grown defect count");
+    EXPECT_EQ(error(), "failed to read grown defect count");
     DriveRecord drive = {};
-    EXPECT_EQ(get_drive_defects("/dev/none", &drive), 1);
-    EXPECT_EQ(text_of(TORVANE_ERROR_DEFECTS), "failed to open '/dev/none'");
+    EXPECT_EQ(said(get_drive_defects("/dev/none", &drive)), "1 failed to open '/dev/none'");
 }
 
 TEST_F(Defects, WithoutMemoryTheHeaderMustDo) {

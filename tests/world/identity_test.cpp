@@ -33,7 +33,7 @@ class Identity : public WorldTest {
                taken(record.generic_name);
     }
 
-    static std::string error() { return text_of(TORVANE_ERROR_IDENTITY); }
+    Identity() { category = TORVANE_ERROR_IDENTITY; }
 
     // A device that only /dev knows.
     std::shared_ptr<FakeDisk> bare(const std::string &path, unsigned major, unsigned minor = 0) const {
@@ -193,21 +193,16 @@ TEST_F(Identity, PathsThatAreNoDevices) {
         EXPECT_EQ(drive(path), "1|-|-|-");
         EXPECT_EQ(error(), ("failed to open '" + path + "'").substr(0, 253));
         DeviceSpecification s = {};
-        EXPECT_EQ(get_device_stat(-1, path.c_str(), &s), 0);
-        EXPECT_EQ(error(), "lstat failed");
+        EXPECT_EQ(said(get_device_stat(-1, path.c_str(), &s)), "0 lstat failed");
         EXPECT_EQ(get_device_specification(-1, path.c_str(), &s), -7);
     }
     DeviceSpecification s = {};
-    EXPECT_EQ(get_device_specification(-1, nullptr, &s), -16);
-    EXPECT_EQ(error(), "invalid file descriptor or device name");
-    EXPECT_EQ(get_device_stat(99, nullptr, &s), 0);
-    EXPECT_EQ(error(), "fstat failed");
+    EXPECT_EQ(said(get_device_specification(-1, nullptr, &s)), "-16 invalid file descriptor or device name");
+    EXPECT_EQ(said(get_device_stat(99, nullptr, &s)), "0 fstat failed");
     EXPECT_EQ(get_device_model(-1, &s), -4);
     s.type = DEVICE_KIND_SCSI;
-    EXPECT_EQ(get_device_model(99, &s), -4);
-    EXPECT_EQ(error(), "failed to read device name");
-    EXPECT_EQ(get_generic_name(3, nullptr, &s), -8);
-    EXPECT_EQ(error(), "name not specified (NULL)");
+    EXPECT_EQ(said(get_device_model(99, &s)), "-4 failed to read device name");
+    EXPECT_EQ(said(get_generic_name(3, nullptr, &s)), "-8 name not specified (NULL)");
     DriveRecord record = {};
     EXPECT_EQ(get_drive_specification(nullptr, &record), 1);
     char mark = 'x';
@@ -230,8 +225,7 @@ TEST_F(Identity, NamesOfOneDevice) {
     EXPECT_EQ(verify_device_name("/dev/sda", &s), 0);
     EXPECT_STREQ(s.device_name, "/dev/sda");
     std::strcpy(s.sg_name, "/dev/sg0");
-    EXPECT_EQ(verify_device_name("/dev/sg0", &s), -1);
-    EXPECT_EQ(error(), "'/dev/sda' does not match file descriptor supplied");
+    EXPECT_EQ(said(verify_device_name("/dev/sg0", &s)), "-1 '/dev/sda' does not match file descriptor supplied");
     EXPECT_EQ(std::string(s.device_name) + s.sg_name, "");
     std::strcpy(s.sg_name, "/dev/sg0");
     EXPECT_EQ(verify_device_name("/dev/none", &s), -1);

@@ -23,9 +23,9 @@ class UsbMedia : public UsbTest {
         return media ? media->name : "none";
     }
 
-    static void expect_failure(const std::string &text) {
+    void expect_failure(const std::string &text) const {
         EXPECT_EQ(read(), nullptr);
-        EXPECT_EQ(text_of(TORVANE_ERROR_DEVICE), text);
+        EXPECT_EQ(error(), text);
     }
 };
 
@@ -157,8 +157,7 @@ TEST_F(UsbMedia, UnreadableInterfacesFailWithTheirReason) {
     EXPECT_EQ(list.media, nullptr);
     EXPECT_EQ(list.count, 0U);
     EXPECT_EQ(found("USB"), "none");
-    EXPECT_EQ(update_device_information(nullptr), -1);
-    EXPECT_EQ(text_of(TORVANE_ERROR_DEVICE), "unable to read info (NULL)");
+    EXPECT_EQ(said(update_device_information(nullptr)), "-1 unable to read info (NULL)");
 }
 
 TEST_F(UsbMedia, FoundBySerialPrefixOrDeviceNumber) {
@@ -188,7 +187,7 @@ TEST_F(UsbMedia, FoundBySerialPrefixOrDeviceNumber) {
     EXPECT_EQ(get_media_status(reader.get()), STATE_NODE);
     MediaRecord bare = {};
     EXPECT_EQ(copy_media_info(&bare), nullptr);
-    EXPECT_EQ(text_of(TORVANE_ERROR_DEVICE), "failed to copy media information");
+    EXPECT_EQ(error(), "failed to copy media information");
     EXPECT_EQ(copy_media_info(nullptr), nullptr);
 }
 
@@ -224,15 +223,14 @@ TEST_F(UsbMedia, FileSystemsBesidePartitionsAreBad) {
     EXPECT_EQ(check("1-2", "BAD"), 1);
     EXPECT_EQ(check("1-3", "WHOLE"), 0);
     EXPECT_EQ(check("1-2", "other"), 0) << "nothing chosen";
-    EXPECT_EQ(check("1-1", nullptr), -1);
-    EXPECT_EQ(text_of(TORVANE_ERROR_DEVICE), "failed to read info, or serial (NULL)");
+    EXPECT_EQ(said(check("1-1", nullptr)), "-1 failed to read info, or serial (NULL)");
     const Media media = read();
     world.remove("/sys/block/sdb");
     EXPECT_EQ(check_entire_device_for_bad_filesystem(media.get(), "USB"), -1);
-    EXPECT_EQ(text_of(TORVANE_ERROR_DEVICE), "failed to read partition names for device 'sdb'");
+    EXPECT_EQ(error(), "failed to read partition names for device 'sdb'");
     media->devices.devices[0].state = STATE_UNBOUND;
     EXPECT_EQ(check_single_node_for_bad_filesystem(media->devices.devices, nullptr, 1), -1);
-    EXPECT_EQ(text_of(TORVANE_ERROR_DEVICE), "failed to read device, status, or name (NULL)");
+    EXPECT_EQ(error(), "failed to read device, status, or name (NULL)");
 }
 
 TEST_F(UsbMedia, OpticalDriveTellsTrayAndDisc) {
@@ -261,7 +259,7 @@ TEST_F(UsbMedia, OpticalDriveTellsTrayAndDisc) {
     EXPECT_EQ(status({CDS_DRIVE_NOT_READY, CDS_DISC_OK}, CDS_DATA_1), Status(0, 0, 1, 2));
     EXPECT_EQ(status({-1}, -1), Status(0, 0, 1, 3));
     EXPECT_EQ(status({CDS_DRIVE_NOT_READY}, CDS_DATA_1), Status(-1, 0, 0, 3));
-    EXPECT_EQ(text_of(TORVANE_ERROR_DEVICE), "cd drive not ready");
+    EXPECT_EQ(error(), "cd drive not ready");
 
     int flags = 0;
     answers().open = [&flags](const char *, int given, mode_t) -> std::optional<int> {
@@ -287,8 +285,7 @@ TEST_F(UsbMedia, OpticalDriveTellsTrayAndDisc) {
     for (const int end : ready) close(end);
     EXPECT_EQ(status({CDS_DISC_OK}, CDS_DATA_1), Status(0, 0, 1, 1));
     uint32_t place = 7;
-    EXPECT_EQ(get_optical_drive_status(nullptr, &place, &place), -1);
-    EXPECT_EQ(text_of(TORVANE_ERROR_DEVICE), "failed to read drive name (NULL)");
+    EXPECT_EQ(said(get_optical_drive_status(nullptr, &place, &place)), "-1 failed to read drive name (NULL)");
     EXPECT_EQ(place, 0U);
     EXPECT_EQ(get_optical_drive_status("/dev/none", &place, &place), -1);
 }

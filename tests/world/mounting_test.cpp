@@ -11,13 +11,15 @@ namespace {
 
 class Mounting : public UsbTest {
   protected:
+    Mounting() { category = TORVANE_ERROR_MOUNT; }
+
     // Mounts by serial number; the directory, or the error.
     std::string mounted(const char *serial) {
         char *directory = nullptr;
         commands.clear();
         if (create_and_mount_in_temp_dir(serial, &directory) != 0) {
             EXPECT_EQ(directory, nullptr);
-            return text_of(TORVANE_ERROR_MOUNT);
+            return error();
         }
         std::string path = directory;
         free(directory);
@@ -61,15 +63,14 @@ TEST_F(Mounting, ABusyMountStaysAndCanBeTriedAgain) {
     ASSERT_TRUE(directory.starts_with("/tmp/torvane.")) << directory;
     statuses["umount " + directory + "/sdb1_mount"] = 32 << 8;
     EXPECT_EQ(umount_directory((directory + "/sdb1_mount").c_str()), -1);
-    EXPECT_EQ(text_of(TORVANE_ERROR_MOUNT), "failed to umount " + directory + "/sdb1_mount: 32");
+    EXPECT_EQ(error(), "failed to umount " + directory + "/sdb1_mount: 32");
     EXPECT_EQ(remove_and_umount_in_temp_dir(directory.c_str()), -1);
-    EXPECT_TRUE(text_of(TORVANE_ERROR_MOUNT).starts_with("failed to unmount '" + directory + "/sdb1_mount': "));
+    EXPECT_TRUE(error().starts_with("failed to unmount '" + directory + "/sdb1_mount': "));
     EXPECT_EQ(is_mounted((directory + "/sdb1_mount").c_str()), 1);
     EXPECT_EQ(is_mounted((directory + "/sdb2_mount").c_str()), 0) << "the walk went on";
     statuses.clear();
     world.file(directory + "/.hidden", "");
-    EXPECT_EQ(remove_and_umount_in_temp_dir(directory.c_str()), -1);
-    EXPECT_EQ(text_of(TORVANE_ERROR_MOUNT), "failed to remove a directory");
+    EXPECT_EQ(said(remove_and_umount_in_temp_dir(directory.c_str())), "-1 failed to remove a directory");
     EXPECT_EQ(names_in(directory), std::vector<std::string>{".hidden"});
     unlink((directory + "/.hidden").c_str());
     EXPECT_EQ(remove_and_umount_in_temp_dir(directory.c_str()), 0);
@@ -123,16 +124,12 @@ TEST_F(Mounting, MountPointsAreFoundAmongLongAndEscapedLines) {
 
 TEST_F(Mounting, DirectoriesThatAreMissingOrNull) {
     EXPECT_EQ(mount_all_devices("/tmp/missing"), 0);
-    EXPECT_EQ(umount_all("/tmp/missing"), -1);
-    EXPECT_EQ(text_of(TORVANE_ERROR_MOUNT), "unable to open directory '/tmp/missing'");
-    EXPECT_EQ(umount_all(nullptr), -1);
-    EXPECT_EQ(text_of(TORVANE_ERROR_MOUNT), "unable to read location (NULL)");
-    EXPECT_EQ(remove_all_from(nullptr), -1);
-    EXPECT_EQ(text_of(TORVANE_ERROR_MOUNT), "unable to read dir (NULL)");
+    EXPECT_EQ(said(umount_all("/tmp/missing")), "-1 unable to open directory '/tmp/missing'");
+    EXPECT_EQ(said(umount_all(nullptr)), "-1 unable to read location (NULL)");
+    EXPECT_EQ(said(remove_all_from(nullptr)), "-1 unable to read dir (NULL)");
     EXPECT_EQ(mount_device_to_temp_dir("sdb", "/tmp/missing"), -1);
-    EXPECT_EQ(text_of(TORVANE_ERROR_MOUNT), "failed to mkdir /tmp/missing/sdb_mount: No such file or directory");
-    EXPECT_EQ(mount_device(nullptr, "/tmp"), -1);
-    EXPECT_EQ(text_of(TORVANE_ERROR_MOUNT), "unable to read device or mount point (NULL)");
+    EXPECT_EQ(error(), "failed to mkdir /tmp/missing/sdb_mount: No such file or directory");
+    EXPECT_EQ(said(mount_device(nullptr, "/tmp")), "-1 unable to read device or mount point (NULL)");
     world.file("/tmp/full/inner/file", "");
     world.file("/tmp/full/plain", "");
     world.directory("/tmp/full/.hidden");
@@ -140,8 +137,7 @@ TEST_F(Mounting, DirectoriesThatAreMissingOrNull) {
     write_mounts();
     EXPECT_EQ(umount_all("/tmp/full"), 0);
     EXPECT_EQ(commands, std::vector<std::string>{"umount /tmp/full/inner"}) << "directories that are not hidden only";
-    EXPECT_EQ(remove_all_from("/tmp/full"), -1);
-    EXPECT_EQ(text_of(TORVANE_ERROR_MOUNT), "failed to remove a directory");
+    EXPECT_EQ(said(remove_all_from("/tmp/full")), "-1 failed to remove a directory");
     EXPECT_EQ(names_in("/tmp/full"), (std::vector<std::string>{".hidden", "inner"}));
 }
 

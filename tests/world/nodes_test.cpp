@@ -33,20 +33,17 @@ TEST_F(Nodes, CarryTheNumbersOfSysfsAndNoPermissions) {
     EXPECT_EQ(create_node("nvme9n1", "/tmp/nodes/big"), 0);
     EXPECT_EQ(nodes, (std::vector<std::string>{"/tmp/nodes/sdb 8:16 60000", "/tmp/nodes/sdb2 8:18 60000",
                                                "/tmp/nodes/big 259:70000 60000"}));
-    EXPECT_EQ(create_node_in("sdb", "/tmp/nodes"), -1);
-    EXPECT_EQ(text_of(TORVANE_ERROR_DEVICE), "failed to mknod /tmp/nodes/sdb (8:16)");
+    EXPECT_EQ(said(create_node_in("sdb", "/tmp/nodes")), "-1 failed to mknod /tmp/nodes/sdb (8:16)");
     EXPECT_EQ(create_node_in("sdx", "/tmp/nodes"), -1);
     EXPECT_EQ(text_of(TORVANE_ERROR_SYSFS), "failed to read contents of /sys/block/sdx/dev");
-    EXPECT_EQ(create_node(nullptr, "/tmp/nodes/x"), -1);
-    EXPECT_EQ(text_of(TORVANE_ERROR_DEVICE), "failed to allocate device path");
-    EXPECT_EQ(create_node_in("sdb", nullptr), -1);
-    EXPECT_EQ(text_of(TORVANE_ERROR_DEVICE), "failed to read node or dir (NULL)");
+    EXPECT_EQ(said(create_node(nullptr, "/tmp/nodes/x")), "-1 failed to allocate device path");
+    EXPECT_EQ(said(create_node_in("sdb", nullptr)), "-1 failed to read node or dir (NULL)");
     EXPECT_EQ(create_partition_node_in("sdb1", nullptr, "/tmp/nodes"), -1);
-    EXPECT_EQ(text_of(TORVANE_ERROR_DEVICE), "failed to read partition, device, or location (NULL)");
+    EXPECT_EQ(error(), "failed to read partition, device, or location (NULL)");
 
     EXPECT_EQ(delete_node_in("sdb", "/tmp/nodes"), 0);
     EXPECT_EQ(delete_node_in("sdb", "/tmp/nodes"), 0) << "a node that is gone already";
-    EXPECT_EQ(text_of(TORVANE_ERROR_DEVICE), "failed to remove '/tmp/nodes/sdb' (No such file or directory)");
+    EXPECT_EQ(error(), "failed to remove '/tmp/nodes/sdb' (No such file or directory)");
     EXPECT_EQ(names_in("/tmp/nodes"), (std::vector<std::string>{"big", "sdb2"}));
 }
 
@@ -67,16 +64,15 @@ TEST_F(Nodes, OfADeviceAndItsPartitionsComeAndGoTogether) {
     EXPECT_EQ(device()->state, static_cast<uint32_t>(STATE_NODE));
     world.remove("/sys/block/sdb");
     EXPECT_EQ(delete_scsi_device_nodes_at(device(), "/tmp/nodes"), -1);
-    EXPECT_EQ(text_of(TORVANE_ERROR_DEVICE), "failed to read partition names for device 'sdb'");
+    EXPECT_EQ(error(), "failed to read partition names for device 'sdb'");
     EXPECT_EQ(device()->state, static_cast<uint32_t>(STATE_BOUND)) << "also when nothing could be removed";
 
     device()->state = STATE_UNBOUND;
     EXPECT_EQ(delete_scsi_device_nodes_at(device(), "/tmp/nodes"), 0);
     EXPECT_EQ(names_in("/tmp/nodes").size(), 3U);
     EXPECT_EQ(add_scsi_device_nodes_at(device(), "/tmp/nodes"), -1);
-    EXPECT_EQ(text_of(TORVANE_ERROR_DEVICE), "failed to read device, location, status, or name (NULL)");
-    EXPECT_EQ(delete_scsi_device_nodes_at(nullptr, "/tmp/nodes"), -1);
-    EXPECT_EQ(text_of(TORVANE_ERROR_DEVICE), "unable to read device or location (NULL)");
+    EXPECT_EQ(error(), "failed to read device, location, status, or name (NULL)");
+    EXPECT_EQ(said(delete_scsi_device_nodes_at(nullptr, "/tmp/nodes")), "-1 unable to read device or location (NULL)");
 }
 
 TEST_F(Nodes, AreMadeForMoreDevicesThanTheyAreDeletedFor) {
@@ -107,11 +103,11 @@ TEST_F(Nodes, AreMadeForMoreDevicesThanTheyAreDeletedFor) {
         EXPECT_EQ(delete_device_nodes_at(media.get(), each.wanted, "/tmp/nodes"), 0);
         EXPECT_EQ(names_in("/tmp/nodes").size(), each.made == 0 && !each.deleted ? 3U : 0U);
     }
-    EXPECT_EQ(text_of(TORVANE_ERROR_DEVICE), "no devices mounted");
+    EXPECT_EQ(error(), "no devices mounted");
     EXPECT_EQ(add_device_nodes_at(media.get(), nullptr, "/tmp/nodes"), -1);
-    EXPECT_EQ(text_of(TORVANE_ERROR_DEVICE), "failed to read info, serial, or location (NULL)");
+    EXPECT_EQ(error(), "failed to read info, serial, or location (NULL)");
     EXPECT_EQ(delete_device_nodes_at(media.get(), nullptr, "/tmp/nodes"), -1);
-    EXPECT_EQ(text_of(TORVANE_ERROR_DEVICE), "unable to read info, serial, or location (NULL)");
+    EXPECT_EQ(error(), "unable to read info, serial, or location (NULL)");
     plug_in({.port = "1-2", .host = 3, .units = {{.name = "sdc", .minor = 32}, {.name = "sdd", .minor = 48}}});
     const Media pair = read("1-2");
     EXPECT_EQ(add_device_nodes_at(pair.get(), "USB", "/tmp/nodes"), 0);
@@ -119,8 +115,7 @@ TEST_F(Nodes, AreMadeForMoreDevicesThanTheyAreDeletedFor) {
     EXPECT_EQ(add_device_nodes_at(pair.get(), "USB", "/tmp/nodes"), -1);
     EXPECT_EQ(names_in("/tmp/nodes"), std::vector<std::string>()) << "a half-made set is undone";
     release_scsi_list(&media->devices);
-    EXPECT_EQ(add_device_nodes_at(media.get(), "", "/tmp/nodes"), -1);
-    EXPECT_EQ(text_of(TORVANE_ERROR_DEVICE), "no devices to create");
+    EXPECT_EQ(said(add_device_nodes_at(media.get(), "", "/tmp/nodes")), "-1 no devices to create");
 }
 
 } // namespace

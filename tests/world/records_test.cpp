@@ -17,7 +17,7 @@ class Records : public WorldTest {
         WorldTest::TearDown();
     }
 
-    static std::string error() { return text_of(TORVANE_ERROR_DRIVE_LIST); }
+    Records() { category = TORVANE_ERROR_DRIVE_LIST; }
 
     // The list's names, "-" for a record without one and "0" for an empty slot.
     std::string names() const {
@@ -57,8 +57,7 @@ TEST_F(Records, MoveToAnotherListWithAllTheyOwn) {
     EXPECT_EQ(source->block_size, 512U) << "numbers stay";
     EXPECT_EQ(drive_in_list(&other, "/dev/none"), 1);
     EXPECT_EQ(drive_in_list(&other, "/dev/non"), 0);
-    EXPECT_EQ(move_drive_to_list(&other, nullptr), -1);
-    EXPECT_EQ(error(), "failed to move drive (NULL)");
+    EXPECT_EQ(said(move_drive_to_list(&other, nullptr)), "-1 failed to move drive (NULL)");
     release_drives(&other);
     EXPECT_EQ(other.drives, nullptr);
     EXPECT_EQ(other.count, 1U) << "the count tells how many there were";
@@ -82,13 +81,11 @@ TEST_F(Records, OfRaidMembersNeedEveryText) {
     EXPECT_STREQ(drive->location, "(0, 3)");
     EXPECT_EQ(drive->block_count, 2U);
     EXPECT_EQ(drive->status, -1);
-    EXPECT_EQ(create_raid_drive(&list_, &member, 1), -1);
-    EXPECT_EQ(error(), "invalid drive index '1'");
+    EXPECT_EQ(said(create_raid_drive(&list_, &member, 1)), "-1 invalid drive index '1'");
     for (char *RaidDrive::*field : {&RaidDrive::device, &RaidDrive::model, &RaidDrive::serial, &RaidDrive::location}) {
         RaidDrive lacking = member;
         lacking.*field = nullptr;
-        EXPECT_EQ(add_raid_drive_to_list(&list_, &lacking), -1);
-        EXPECT_EQ(error(), "failed to allocate raid drive");
+        EXPECT_EQ(said(add_raid_drive_to_list(&list_, &lacking)), "-1 failed to allocate raid drive");
     }
     EXPECT_EQ(names(), "/dev/sg4 0 0 0 0") << "failed ones leave an empty slot";
 
@@ -110,11 +107,9 @@ TEST_F(Records, OfRaidMembersNeedEveryText) {
     group.drive_count = 0;
     EXPECT_EQ(resolve_to_raid("/dev/sdx", &list_, &controller, 1), 0);
     group.drive_count = UINT32_MAX;
-    EXPECT_EQ(add_group_to_list(&list_, &group), -1);
-    EXPECT_EQ(error(), "failed to resize drive array");
+    EXPECT_EQ(said(add_group_to_list(&list_, &group)), "-1 failed to resize drive array");
     DriveList full = {.count = UINT32_MAX, .drives = nullptr};
-    EXPECT_EQ(add_raid_drive_to_list(&full, &member), -1);
-    EXPECT_EQ(error(), "failed to resize drive array");
+    EXPECT_EQ(said(add_raid_drive_to_list(&full, &member)), "-1 failed to resize drive array");
     // The group's device is no part of what makes a record whole.
     int without_group_device = 0;
     DriveList one = {};
@@ -143,8 +138,7 @@ TEST_F(Records, OfUsbDevices) {
     EXPECT_EQ(list_.drives[0]->status, STATE_BOUND);
     EXPECT_EQ(list_.drives[0]->block_size, 512U);
     media.serial = nullptr;
-    EXPECT_EQ(add_removable_drive_to_list(&media, &list_), -1);
-    EXPECT_EQ(error(), "failed to copy drive model and serial number");
+    EXPECT_EQ(said(add_removable_drive_to_list(&media, &list_)), "-1 failed to copy drive model and serial number");
     EXPECT_EQ(names(), "- 0");
 
     create_drive(&list_, "/dev/sda", 0);

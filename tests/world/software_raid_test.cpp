@@ -21,7 +21,7 @@ class SoftwareRaid : public WorldTest {
         return text;
     }
 
-    static std::string error() { return text_of(TORVANE_ERROR_RAID); }
+    SoftwareRaid() { category = TORVANE_ERROR_RAID; }
 };
 
 constexpr const char *kHead = "Personalities : [raid1] [raid6]\n";

@@ -20,6 +20,8 @@ using OwnedDrive = std::unique_ptr<DriveRecord, StateDeleter>;
 
 class VendorState : public WorldTest {
   protected:
+    VendorState() { category = TORVANE_ERROR_STATE; }
+
     std::shared_ptr<FakeDisk> drive_of(const std::string &model) {
         return world.disk({.name = "sda", .vendor = "ATA", .model = model});
     }
@@ -116,11 +118,10 @@ TEST_F(VendorState, InnodiskPermissionIsTheSmartByteUpToFive) {
         EXPECT_EQ(get_drive_state("/dev/sda", drive.get()), level <= 5 ? 0 : -1);
         EXPECT_EQ(drive->permission, level <= 5 ? level : -1);
     }
-    EXPECT_EQ(text_of(TORVANE_ERROR_STATE), "untouched");
+    EXPECT_EQ(error(), "untouched");
     disk->failing = {HDIO_DRIVE_CMD};
     disk->request = nullptr;
-    EXPECT_EQ(get_drive_state("/dev/sda", drive.get()), -1);
-    EXPECT_EQ(text_of(TORVANE_ERROR_STATE), "failed to read permissions of device");
+    EXPECT_EQ(said(get_drive_state("/dev/sda", drive.get())), "-1 failed to read permissions of device");
 }
 
 TEST_F(VendorState, InnodiskImageIsReadWholeOrNotAtAll) {
@@ -141,7 +142,7 @@ TEST_F(VendorState, InnodiskImageIsReadWholeOrNotAtAll) {
         EXPECT_EQ(state.permission, -1);
         EXPECT_EQ(state.firmware_size, 0);
         EXPECT_EQ(state.firmware_image, nullptr);
-        EXPECT_EQ(text_of(TORVANE_ERROR_STATE), "failed to read firmware image");
+        EXPECT_EQ(error(), "failed to read firmware image");
         int size = 1;
         unsigned char *image = nullptr;
         EXPECT_EQ(innodisk_funcs.get_firmware(-1, "/dev/sda", &size, &image), -2);
@@ -189,10 +190,8 @@ TEST_F(VendorState, MemkorImageHasTheLengthThatTheDriveTells) {
 TEST_F(VendorState, DrivesThatCannotBeAskedSayWhy) {
     drive_of("Innodisk 3ME");
     const OwnedDrive drive = record(nullptr);
-    EXPECT_EQ(get_drive_state("/dev/none", drive.get()), 1);
-    EXPECT_EQ(text_of(TORVANE_ERROR_STATE), "failed to open '/dev/none'");
-    EXPECT_EQ(get_drive_state("/dev/sda", drive.get()), -1);
-    EXPECT_EQ(text_of(TORVANE_ERROR_STATE), "no model specified for '/dev/sda'");
+    EXPECT_EQ(said(get_drive_state("/dev/none", drive.get())), "1 failed to open '/dev/none'");
+    EXPECT_EQ(said(get_drive_state("/dev/sda", drive.get())), "-1 no model specified for '/dev/sda'");
 }
 
 TEST_F(VendorState, WhatCannotBeOpenedIsToldInTheCallersCategory) {

@@ -114,8 +114,8 @@ TEST_F(Sysfs, DeviceNumbers) {
     }
     EXPECT_EQ(read(""), "-1 -1:-1");
     EXPECT_EQ(text_of(TORVANE_ERROR_SYSFS), "failed to read contents of /sys/class/block/sda/dev");
-    EXPECT_EQ(has_same_device_id("sdb", 8, 16), 0);
-    EXPECT_EQ(text_of(TORVANE_ERROR_SYSFS), "failed to read contents of /sys/class/block/sdb/dev");
+    EXPECT_EQ(said(has_same_device_id("sdb", 8, 16), TORVANE_ERROR_SYSFS),
+              "0 failed to read contents of /sys/class/block/sdb/dev");
     EXPECT_EQ(has_same_device_id(nullptr, 8, 16), 0);
     EXPECT_EQ(has_same_device_id("sdb", UINT32_MAX, UINT32_MAX), 0) << "the failure's -1 is no number";
 }

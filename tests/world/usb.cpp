@@ -23,6 +23,7 @@ std::string driver_of(unsigned type) {
 } // namespace
 
 UsbTest::UsbTest() {
+    category = TORVANE_ERROR_DEVICE;
     for (const std::string driver : {"sd", "st", "sr", "ses"}) {
         for (const char *file : {"bind", "unbind"}) world.file(control(driver, file), "");
     }

@@ -1,5 +1,6 @@
 #include "world.h"
 
+#include "../inventory/tree.h"
 #include "answers.h"
 
 #include "torvane.h"
@@ -24,48 +25,9 @@ namespace torvane::world {
 namespace {
 
 namespace fs = std::filesystem;
+using namespace inventory::tests;
 
 const std::string kPrograms = "/run/programs";
-
-[[noreturn]] void give_up(const std::string &what) {
-    throw std::runtime_error("no fixture machine here: " + what + ": " + std::strerror(errno));
-}
-
-void write_text(const std::string &path, std::string_view text, std::ios::openmode mode = std::ios::trunc) {
-    std::ofstream stream(path, std::ios::binary | std::ios::out | mode);
-    stream << text;
-    stream.close();
-    if (!stream) give_up("cannot write " + path);
-}
-
-void map_own_ids(uid_t user, gid_t group) {
-    write_text("/proc/self/setgroups", "deny");
-    write_text("/proc/self/uid_map", "0 " + std::to_string(user) + " 1");
-    write_text("/proc/self/gid_map", "0 " + std::to_string(group) + " 1");
-}
-
-// Once per process; from here on no mount of ours is seen outside.
-void enter_namespace() {
-    static bool entered = false;
-    if (entered) return;
-    const uid_t user = geteuid();
-    const gid_t group = getegid();
-    if (user == 0 && unshare(CLONE_NEWNS) != 0) give_up("unshare");
-    if (user != 0) {
-        if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) give_up("unshare as an ordinary user");
-        map_own_ids(user, group);
-    }
-    if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) give_up("making mounts private");
-    entered = true;
-}
-
-void mount_empty(const std::string &path) {
-    if (mount("world", path.c_str(), "tmpfs", MS_NOSUID, "mode=0755") != 0) give_up("mounting over " + path);
-}
-
-void bind_mount(const std::string &from, const std::string &to) {
-    if (mount(from.c_str(), to.c_str(), nullptr, MS_BIND | MS_REC, nullptr) != 0) give_up("binding " + to);
-}
 
 void move_mount(const std::string &from, const std::string &to) {
     if (mount(from.c_str(), to.c_str(), nullptr, MS_MOVE, nullptr) != 0) give_up("moving to " + to);
@@ -87,14 +49,14 @@ World::World() {
     const std::string aside = "/run/host";
     const std::string build = TORVANE_BUILD_DIRECTORY;
     const bool build_in_tmp = build.starts_with("/tmp/");
-    mount_empty("/run");
+    mount_at("/run");
     mounts_.emplace_back("/run");
     for (const char *name : {"/proc", "/dev", "/build"}) fs::create_directories(aside + name);
-    bind_mount("/proc", aside + "/proc");
-    bind_mount("/dev", aside + "/dev");
-    if (build_in_tmp) bind_mount(build, aside + "/build");
+    mount_at(aside + "/proc", "/proc");
+    mount_at(aside + "/dev", "/dev");
+    if (build_in_tmp) mount_at(aside + "/build", build.c_str());
     for (const char *path : {"/sys", "/proc", "/dev", "/tmp"}) {
-        mount_empty(path);
+        mount_at(path);
         mounts_.emplace_back(path);
     }
     fs::create_directories("/proc/host");
@@ -103,8 +65,8 @@ World::World() {
     fs::create_symlink("host/self", "/proc/" + std::to_string(getpid()));
     fs::create_symlink("self/mounts", "/proc/mounts");
     for (const std::string name : {"null", "zero", "full", "random", "urandom", "tty"}) {
-        write_text("/dev/" + name, "");
-        bind_mount(aside + "/dev/" + name, "/dev/" + name);
+        write_file("/dev/" + name, "");
+        mount_at("/dev/" + name, (aside + "/dev/" + name).c_str());
     }
     fs::create_symlink("/proc/self/fd", "/dev/fd");
     if (umount2((aside + "/dev").c_str(), MNT_DETACH) != 0) give_up("unmounting the host's /dev");
@@ -117,8 +79,6 @@ World::World() {
     fs::create_directories(kPrograms);
     path_ = std::getenv("PATH") == nullptr ? "/usr/bin:/bin" : std::getenv("PATH");
     setenv("PATH", (kPrograms + ":" + path_).c_str(), 1);
-    // The device manager's library else insists on a sysfs.
-    setenv("SYSTEMD_DEVICE_VERIFY_SYSFS", "0", 1);
     file("/proc/partitions", "major minor  #blocks  name\n\n");
 }
 
@@ -132,18 +92,11 @@ void World::unmount_all() noexcept {
     for (; !mounts_.empty(); mounts_.pop_back()) umount2(mounts_.back().c_str(), MNT_DETACH);
 }
 
-void World::file(const std::string &path, std::string_view text) const {
-    fs::create_directories(fs::path(path).parent_path());
-    write_text(path, text);
-}
+void World::file(const std::string &path, std::string_view text) const { write_file(path, text); }
 
 void World::directory(const std::string &path) const { fs::create_directories(path); }
 
-void World::link(const std::string &path, const std::string &target) const {
-    fs::create_directories(fs::path(path).parent_path());
-    fs::remove(path);
-    fs::create_symlink(target, path);
-}
+void World::link(const std::string &path, const std::string &target) const { make_link(path, target); }
 
 void World::remove(const std::string &path) const { fs::remove_all(path); }
 
@@ -157,7 +110,7 @@ std::shared_ptr<FakeDisk> World::device(const std::string &path, unsigned major,
 
 void World::program(const std::string &name, std::string_view script) const {
     const std::string path = kPrograms + "/" + name;
-    write_text(path, "#!/bin/sh\n" + std::string(script) + "\n");
+    write_file(path, "#!/bin/sh\n" + std::string(script) + "\n");
     fs::permissions(path, fs::perms::owner_all);
 }
 
@@ -191,7 +144,7 @@ void lay_out_block(const World &world, const BlockEntry &entry) {
     char row[200];
     std::snprintf(row, sizeof row, "%4u  %7u %10llu %s\n", entry.major, entry.minor,
                   static_cast<unsigned long long>(entry.size / 1024), entry.name.c_str());
-    write_text("/proc/partitions", row, std::ios::app);
+    write_file("/proc/partitions", row, std::ios::app);
 }
 
 void lay_out_generic(const World &world, const std::string &unit, int generic, const std::shared_ptr<FakeDisk> &disk) {

@@ -88,7 +88,14 @@ class WorldTest : public testing::Test {
   protected:
     void TearDown() override { EXPECT_EQ(open_descriptors(), descriptors_) << "descriptors left open"; }
 
+    // What the library has told last in the test's category; with a call's result before it, "-1 failed to read".
+    std::string error() const { return text_of(category); }
+    std::string said(int result, uint32_t of = 0) const {
+        return std::to_string(result) + " " + text_of(of == 0 ? category : of);
+    }
+
     World world;
+    uint32_t category = 0;
 
   private:
     std::set<int> descriptors_ = open_descriptors();
