@@ -39,7 +39,10 @@ void answer(void *place, size_t room) {
 void answer_scsi(sg_io_hdr &request) {
     request.status = next_byte();
     request.host_status = next_byte() & 1U;
-    answer(request.dxferp, request.dxfer_len);
+    auto *data = static_cast<unsigned char *>(request.dxferp);
+    answer(data, request.dxfer_len);
+    // An image's length in sectors: a shorter one is read the same way as one of gigabytes.
+    if (request.cmdp[0] == 0x85 && request.cmdp[4] == 1 && request.dxfer_len >= 4) data[1] = data[2] = data[3] = 0;
     static unsigned char own_sense[64];
     if (request.sbp == nullptr) request.sbp = own_sense;
     request.sb_len_wr = static_cast<unsigned char>(std::min<unsigned>(next_byte() % 65U, request.mx_sb_len));
@@ -98,10 +101,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     int permission = 0;
     for (const VendorProbe *probe : {&innodisk_funcs, &memkor_funcs}) {
         (void)probe->get_permission(fd, "/dev/null", &permission);
+        int bytes = 0;
+        unsigned char *image = nullptr;
+        const bool is_read = probe->get_firmware(fd, "/dev/null", &bytes, &image) == 0;
+        require(is_read == (image != nullptr) &&
+                (probe == &memkor_funcs ? bytes % 512 == 0 : !is_read || bytes == 40960));
+        std::free(image);
     }
-    int bytes = 0;
-    unsigned char *image = nullptr;
-    require(innodisk_funcs.get_firmware(fd, "/dev/null", &bytes, &image) != 0 || bytes == 40960);
-    std::free(image);
     return 0;
 }

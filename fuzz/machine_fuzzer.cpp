@@ -51,6 +51,8 @@ void read(bool all) {
     for (Thing &thing : machine.things()) {
         check(thing);
         require(!find_things(machine, thing.id()).empty());
+        for (const char *key : {"path", "serial", "wwn", "fs_label", "bay"})
+            (void)find_things(machine, thing.text(key));
         if (thing.kind() == ThingKind::kBay) read_light(thing);
     }
     ReadFailures failures;
