@@ -6,7 +6,7 @@ build_packages=(cmake g++ ninja-build pkg-config libudev-dev libsmartcols-dev li
 # To test them, on emulated machines too.
 test_packages=(
     "${build_packages[@]}" ccache clang clang-format clang-tidy libgtest-dev libclang-rt-14-dev python3
-    python3-jsonschema python3-prometheus-client python3-clang libpython3.11
+    python3-jsonschema python3-prometheus-client python3-clang
     man-db mandoc binutils abigail-tools
     qemu-system-x86 busybox-static cpio kmod udev lsscsi sg3-utils mdadm lvm2 cryptsetup-bin
     tgt open-iscsi pciutils hdparm libbenchmark-dev valgrind strace

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Builds and runs the programs of docs/tutorial.md, and the examples of the manual, against an installed copy.
+"""Builds and runs the programs of docs/tutorial.md, and the examples of the manual, against an installed copy; and the
+test of the Python module.
 
 usage: tutorial_test.py SOURCE_ROOT BUILD_DIRECTORY
 """
@@ -57,6 +58,8 @@ def main():
         counts = {list_drives(program, environment) for program in programs}
         if len(counts) != 1:
             sys.exit(f"the three programs disagree: {counts}")
+
+        run(["/usr/bin/python3", "-B", root / "tests/reference/module_test.py"], env=environment)
 
         examples = sorted((root / "docs/generate/examples").glob("*.c"))
         for example in examples:

@@ -1,28 +1,21 @@
-// torvane.hpp and the Python module, both over the shipped library on the fixture machine.
+// torvane.hpp over the shipped library on the fixture machine.
 #include "raid_tools.h"
 #include "torvane.hpp"
 #include "usb.h"
 
-#include <dlfcn.h>
-
-#include <cstdlib>
 #include <string>
 
 using namespace torvane::world;
 
 namespace {
 
-void lay_out_disks(const World &world) {
-    world.disk({.name = "sda", .serial = "S-0001", .partitions = {{.size = 1 << 20}, {.size = 2 << 20}}});
-    world.disk({.name = "sdb", .minor = 16, .serial = "X-0002", .address = "1:0:0:0"});
-}
-
 using Wrappers = WorldTest;
 using RaidWrappers = RaidTest;
 using UsbWrappers = UsbTest;
 
 TEST_F(Wrappers, DrivesAsARange) {
-    lay_out_disks(world);
+    world.disk({.name = "sda", .serial = "S-0001", .partitions = {{.size = 1 << 20}, {.size = 2 << 20}}});
+    world.disk({.name = "sdb", .minor = 16, .serial = "X-0002", .address = "1:0:0:0"});
     auto drives = torvane::drives();
     ASSERT_TRUE(drives) << drives.error().text;
     std::string told;
@@ -76,63 +69,5 @@ TEST_F(UsbWrappers, AMountEndsWithItsOwner) {
     EXPECT_EQ(world.leftovers(), std::vector<std::string>());
     EXPECT_EQ(torvane::mount("none").error().category, torvane::Category::mount);
 }
-
-#ifdef TORVANE_PYTHON_MODULE
-// The interpreter in this very process: the device commands of the module's calls are answered by the fixture, too.
-int run_python(const char *script) {
-    setenv("PYTHONHOME", "/usr", 1);
-    setenv("PYTHONPATH", TORVANE_PYTHON_MODULE, 1);
-    setenv("PYTHONDONTWRITEBYTECODE", "1", 1);
-    void *const python = dlopen(TORVANE_PYTHON_LIBRARY, RTLD_NOW | RTLD_GLOBAL);
-    if (python == nullptr) {
-        ADD_FAILURE() << dlerror();
-        return -1;
-    }
-    reinterpret_cast<void (*)(int)>(dlsym(python, "Py_InitializeEx"))(0);
-    const int result =
-        reinterpret_cast<int (*)(const char *, void *)>(dlsym(python, "PyRun_SimpleStringFlags"))(script, nullptr);
-    reinterpret_cast<int (*)()>(dlsym(python, "Py_FinalizeEx"))();
-    return result;
-}
-
-TEST_F(RaidWrappers, PythonReadsWhatTheMachineHas) {
-    lay_out_disks(world);
-    megacli(kSmallLogical, kSmallPhysical);
-    lspci("");
-    const char *const script = R"(
-import torvane
-
-def equal(found, wanted):
-    assert found == wanted, f"{found!r}, not {wanted!r}"
-
-with torvane.drives() as drives:
-    equal([(d.name, d.serial, d.block_count * d.block_size) for d in drives],
-          [("/dev/sda", "S-0001", 1 << 30), ("/dev/sdb", "X-0002", 1 << 30)])
-    equal([(p.name, p.number, p.size) for p in drives[0].partitions.entries],
-          [("/dev/sda1", 1, 1 << 20), ("/dev/sda2", 2, 2 << 20)])
-    equal(drives[0].drive_type, torvane.DriveType.DISK)
-with torvane.drives_by_serial("X-") as drives:
-    equal([d.name for d in drives], ["/dev/sdb"])
-with torvane.raids() as controllers:
-    equal([d.serial for c in controllers for g in c.groups for d in g.drives], ["LS0"])
-with torvane.usb_storage() as interfaces:
-    equal(interfaces, [])
-with open("/dev/sda", "rb", buffering=0) as disk, torvane.String() as serial:
-    equal(torvane.get_drive_serial_number(disk.fileno(), "/dev/sda", serial), 0)
-    equal(str(serial), "S-0001")
-try:
-    with torvane.drives(torvane.DriveOptions.GEOMETRY):
-        raise AssertionError("no error")
-except torvane.Error as error:
-    equal((error.category, error.text), (torvane.TORVANE_ERROR_DRIVE_LIST, "no drive names specified"))
-equal(torvane.trim_new("  a\udcff  "), "a\udcff")
-strings = torvane.StringList()
-equal([torvane.add_to_string_list(strings, word) for word in ("a", "b")], [0, 0])
-equal(strings.strings, ["a", "b"])
-torvane.release_string_list(strings)
-)";
-    EXPECT_EQ(run_python(script), 0) << "the exception is above";
-}
-#endif
 
 } // namespace
