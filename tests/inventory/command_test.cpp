@@ -1,9 +1,9 @@
 #include "inventory/reading/command.h"
 
+#include "tree.h"
+
 #include <gtest/gtest.h>
 
-#include <sched.h>
-#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -28,11 +28,9 @@ using Clock = std::chrono::steady_clock;
 
 // A /tmp of our own: other tests run commands at the same time.
 void enter_private_tmp() {
-    static const bool is_private = [] {
-        return unshare(CLONE_NEWNS) == 0 && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-               mount("tmp", "/tmp", "tmpfs", 0, nullptr) == 0;
-    }();
-    if (!is_private) GTEST_SKIP() << "a /tmp of its own needs root";
+    tests::enter_namespace();
+    static const bool is_private = (tests::mount_at("/tmp"), true);
+    ASSERT_TRUE(is_private);
 }
 
 // Seconds to sleep that no other test's process sleeps.

@@ -34,15 +34,12 @@ using Drives = Folder;
 TEST_F(Devices, WhatIsNoDiskIsRefusedBeforeItIsOpened) {
     std::ofstream(at("file")) << "x";
     ASSERT_EQ(mkfifo(at("pipe").c_str(), 0600), 0); // opening it for reading would wait for ever
-    struct Case {
-        std::string path;
-        std::string words;
-    };
     const std::string neither = "neither a block device nor a SCSI generic node, but ";
-    for (const auto &[path, words] :
-         {Case{"/dev/null", neither + "a character device"}, Case{path_, neither + "a folder"},
-          Case{at("file"), neither + "a plain file"}, Case{at("pipe"), neither + "a pipe"},
-          Case{at("none"), "No such file or directory"}}) {
+    for (const auto &[path, words] : {std::pair<std::string, std::string>("/dev/null", neither + "a character device"),
+                                      {path_, neither + "a folder"},
+                                      {at("file"), neither + "a plain file"},
+                                      {at("pipe"), neither + "a pipe"},
+                                      {at("none"), "No such file or directory"}}) {
         EXPECT_EQ(why_no_device(path), words);
         EXPECT_EQ(open_device(path, "8:16").words, words);
     }

@@ -1,7 +1,10 @@
 // VPD pages as drives may send them, right and wrong.
 #include "inventory/kernel/pages.h"
 
+#include "tree.h"
+
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 namespace inventory {
 namespace {
@@ -15,31 +18,10 @@ std::string bytes(std::string_view digits) {
 }
 
 TEST(Pages, NameTheUnitByItsBestDesignator) {
-    struct Case {
-        const char *what;
-        const char *page;
-        const char *wwn;
-    };
-    constexpr Case kCases[] = {
-        {"NAA 5", "0083000c 01030008 5000c500a1b2c3d4", "0x5000c500a1b2c3d4"},
-        {"NAA 6 before NAA 5", "00830020 01030008 5000c500a1b2c3d4 01030010 600508b1001c0000aabbccddeeff0011",
-         "0x600508b1001c0000aabbccddeeff0011"},
-        {"a port's name is not the unit's", "0083000c 01130008 5000c500a1b2c3d4", ""},
-        {"EUI-64", "0083000c 01020008 0025385b71b00001", "eui.0025385b71b00001"},
-        {"UUID", "00830016 010a0012 1000 00112233445566778899aabbccddeeff",
-         "uuid.00112233-4455-6677-8899-aabbccddeeff"},
-        {"a name longer than the page", "0083000c 010300ff 5000c500a1b2c3d4", ""},
-        {"a page longer than what came", "0083ffff 01030008 5000c500a1b2c3d4", "0x5000c500a1b2c3d4"},
-        {"an empty name", "00830004 01030000", ""},
-        {"a NAA of a wrong size", "00830007 01030003 500000", ""},
-        {"another page", "0080000c 01030008 5000c500a1b2c3d4", ""},
-        {"nothing", "", ""},
-        {"half a header", "0083", ""},
-    };
-    for (const Case &one : kCases) {
-        std::string digits = one.page;
+    for (const auto &one : nlohmann::json::parse(tests::content_of(TORVANE_TEST_MACHINES "/../designators.json"))) {
+        std::string digits = one.at("page");
         std::erase(digits, ' ');
-        EXPECT_EQ(wwn_of_page(bytes(digits)), one.wwn) << one.what;
+        EXPECT_EQ(wwn_of_page(bytes(digits)), one.at("wwn")) << one.at("what");
     }
 }
 

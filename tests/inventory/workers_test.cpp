@@ -76,11 +76,7 @@ class Folder {
 };
 
 TEST(Workers, FewProcessesReadManyDevicesAndEveryAnswerComesWhole) {
-    struct Case {
-        std::size_t jobs;
-        std::size_t most;
-    };
-    for (const auto &[count, most] : {Case{1, 1}, Case{8, 8}, Case{64, 8}, Case{500, 8}}) {
+    for (const auto &[count, most] : {std::pair<std::size_t, std::size_t>(1, 1), {8, 8}, {64, 8}, {500, 8}}) {
         std::vector<Reading> readings;
         for (std::size_t i = 0; i < count; ++i) {
             // The largest is more than a pipe holds.
@@ -100,11 +96,7 @@ TEST(Workers, FewProcessesReadManyDevicesAndEveryAnswerComesWhole) {
 }
 
 TEST(Workers, AReaderThatFailsCostsItsOwnAnswerOnly) {
-    struct Case {
-        Reading read;
-        std::string words;
-    };
-    const std::vector<Case> cases = {
+    const std::vector<std::pair<Reading, std::string>> cases = {
         {[] { return raise(SIGKILL), std::string(); }, "the reader was ended by signal 9"},
         {[]() -> std::string { _exit(0); }, "the reader ended without a result"},
         {[]() -> std::string { throw 1; }, "the reader ended without a result"},
@@ -114,12 +106,12 @@ TEST(Workers, AReaderThatFailsCostsItsOwnAnswerOnly) {
 #endif
     };
     std::vector<Reading> readings(40, [] { return std::string("good"); });
-    for (std::size_t i = 0; i < cases.size(); ++i) readings[i * 7] = cases[i].read;
+    for (std::size_t i = 0; i < cases.size(); ++i) readings[i * 7] = cases[i].first;
     const auto outcomes = outcomes_of(readings, {.limit = kLimit});
     for (std::size_t i = 0; i < readings.size(); ++i) {
         const bool is_bad = i % 7 == 0 && i / 7 < cases.size();
         EXPECT_EQ(outcomes[i].state, is_bad ? State::kCrashed : State::kDone) << i;
-        EXPECT_EQ(outcomes[i].words, is_bad ? cases[i / 7].words : "");
+        EXPECT_EQ(outcomes[i].words, is_bad ? cases[i / 7].second : "");
     }
 }
 

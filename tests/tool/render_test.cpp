@@ -46,11 +46,7 @@ std::string print(const Table &table, Style style) {
     return {text, size};
 }
 
-Style style_of(Format format) {
-    Style style;
-    style.format = format;
-    return style;
-}
+Style style_of(Format format) { return {.format = format}; }
 
 // A drive can say anything about itself: blanks, quotes, control characters, half a character.
 const std::string kHostile = "A \"B\" $(reboot) `x`\n\x1b[31m\x7f\xff\xc3";
@@ -64,11 +60,9 @@ TEST(Render, SizesAreShortForPeopleAndExactForPrograms) {
     EXPECT_EQ(human_size(500107862016), "465.8G");
     EXPECT_EQ(human_size(UINT64_MAX), "16E");
     EXPECT_NE(print(one_disk("M"), style_of(Format::kTable)).find("465.8G"), std::string::npos);
-    Style bytes;
-    bytes.bytes = true;
-    for (const Style &style : {style_of(Format::kRaw), style_of(Format::kPairs), style_of(Format::kJson), bytes}) {
+    for (const Style &style :
+         {style_of(Format::kRaw), style_of(Format::kPairs), style_of(Format::kJson), {.bytes = true}})
         EXPECT_NE(print(one_disk("M"), style).find("500107862016"), std::string::npos);
-    }
 }
 
 TEST(Render, HostileTextStaysOnItsLineAndInItsField) {

@@ -281,6 +281,19 @@ void FakeDisk::set_ata_identity(std::string_view serial, std::string_view model)
     ata_identity = identity;
 }
 
+void FakeDisk::be_innodisk(unsigned char permission, std::function<bool(int sector)> fails) {
+    request = [=](unsigned long asked, void *argument) -> std::optional<int> {
+        auto *bytes = static_cast<unsigned char *>(argument);
+        if (asked != HDIO_DRIVE_CMD) return std::nullopt;
+        const bool smart = bytes[0] == 0xB0 && bytes[1] == 0 && bytes[2] == 0xD0 && bytes[3] == 1;
+        const bool firmware = bytes[0] == 0xFC && bytes[1] == 0 && bytes[3] == 1;
+        if ((!smart && !firmware) || (firmware && fails && fails(bytes[2]))) return refuse(EIO);
+        if (smart) bytes[4 + 55] = permission;
+        if (firmware) std::memset(bytes + 4, bytes[2] + 1, 512);
+        return 0;
+    };
+}
+
 void Answers::add_device(const std::string &path, mode_t type, dev_t number, std::shared_ptr<FakeDisk> disk) {
     struct stat status = {};
     if (next<int(const char *, struct stat *)>("stat")(path.c_str(), &status) != 0) return;

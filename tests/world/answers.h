@@ -59,6 +59,9 @@ struct FakeDisk {
     void set_serial(std::string_view serial); // pages 0x00 and 0x80
     void set_rotation(unsigned rate);         // page 0xB1
     void set_ata_identity(std::string_view serial, std::string_view model);
+
+    // As an Innodisk drive: SMART data with this permission byte, and firmware sectors that name themselves, but one.
+    void be_innodisk(unsigned char permission, std::function<bool(int sector)> fails = nullptr);
 };
 
 // Hooks: a value is the answer (set errno with it), no value lets the call go on. A hook that makes the same

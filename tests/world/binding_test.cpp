@@ -239,7 +239,7 @@ TEST_F(Binding, AWaitThatFailsUnbindsAgain) {
     EXPECT_EQ(said(bind_to_driver_with_wait("USB-0", 1), TORVANE_ERROR_MOUNT), "-1 failed to wait for file to exist");
     EXPECT_EQ(written(), "bind 2:0:0:0, unbind 2:0:0:0");
 
-    plug_in({.port = "1-2", .host = 3, .serial = "READER", .units = {{.name = "sdc"}, {.name = "sdd", .minor = 48}}});
+    plug_in({.port = 2, .serial = "READER", .units = {{.name = "sdc"}, {.name = "sdd", .minor = 48}}});
     EXPECT_EQ(said(bind_to_driver_with_wait("READER", 1), TORVANE_ERROR_MOUNT), "-1 device is an adapter");
     EXPECT_EQ(written().substr(0, 11), "unbind 3:0:");
 }

@@ -32,10 +32,6 @@ class Discovery : public WorldTest {
         return text;
     }
 
-    void table(const std::string &rows) const {
-        world.file("/proc/partitions", "major minor  #blocks  name\n\n" + rows);
-    }
-
     Discovery() { category = TORVANE_ERROR_DRIVE_LIST; }
 };
 
@@ -156,7 +152,7 @@ TEST_F(Discovery, OpticalDrives) {
     EXPECT_EQ(drives(256), "0:") << "no driver, no drives";
     world.file("/proc/sys/dev/cdrom/info", "CD-ROM information\n\ndrive name:\t\tsr1\tsr0\ndrive speed:\t\t1\t2\n");
     EXPECT_EQ(drives(256), "0: /dev/sr1/5 /dev/sr0/5");
-    table("  11 0 100 sr0\n");
+    world.partition_rows("  11 0 100 sr0\n");
     world.device("/dev/sr0", 11, 0);
     EXPECT_EQ(drives(257), "0: /dev/sr0/0 /dev/sr1/5 /dev/sr0/5");
     world.file("/proc/sys/dev/cdrom/info", "drive name:\n");
@@ -184,7 +180,7 @@ TEST_F(Discovery, SoftwareRaidAndIscsiAreMarked) {
 TEST_F(Discovery, TablesThatCannotBeRead) {
     world.disk({.name = "sda"});
     const auto fails = [&](const std::string &rows) {
-        table(rows);
+        world.partition_rows(rows);
         EXPECT_EQ(drives(1), "-1:");
         return error();
     };
@@ -192,7 +188,7 @@ TEST_F(Discovery, TablesThatCannotBeRead) {
     EXPECT_EQ(fails("8 0 1 sda\n8 1 2\n"), "failed to parse line '8 1 2\n'");
     EXPECT_EQ(fails("\n"), "failed to parse line '\n'");
     EXPECT_EQ(fails("8 0 1 sda\n" + std::string(1 << 20, 'x')).size(), 253U);
-    table("8 0 1 sda more words\n" + std::string("\0\n", 2) + "8 16 1 sdb\n");
+    world.partition_rows("8 0 1 sda more words\n" + std::string("\0\n", 2) + "8 16 1 sdb\n");
     EXPECT_EQ(drives(1), "0: /dev/sda/0");
     for (const std::string text : {"", "one", "one\ntwo", "one\ntwo\n"}) {
         world.file("/proc/partitions", text);
@@ -248,7 +244,8 @@ TEST_F(Discovery, SizesAndPartitionsAreOfOneMoment) {
     world.disk({.name = "sda", .partitions = {{.size = 1 << 20}}});
     world.disk({.name = "sdb", .minor = 16, .address = "1:0:0:0"});
     answers().system = [&](const char *) {
-        table("8 0 9 sda\n8 1 5 sda1\n8 2 3 sda2\n8 16 9 sdb\n"); // repartitioned while the tools are looked for
+        world.partition_rows(
+            "8 0 9 sda\n8 1 5 sda1\n8 2 3 sda2\n8 16 9 sdb\n"); // repartitioned while the tools are looked for
         return 1 << 8;
     };
     DriveList list = {};

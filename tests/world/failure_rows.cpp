@@ -29,6 +29,11 @@ constexpr char kCdrom[] = "/proc/sys/dev/cdrom/info";
 constexpr char kLogical[] = "/run/outputs/logical";
 constexpr char kPhysical[] = "/run/outputs/physical";
 
+void sizes(Places &p) { p.geometry.partition_sizes = p.partition_sizes; }
+void ide_disk(Places &p) {
+    stream_of<kIdeDisk>(p);
+    get_device_stat(-1, std::strcpy(p.specification.device_name, kIdeDisk), &p.specification);
+}
 void named_drive(Places &p) { p.new_drive = init_drive("/dev/sda"); }
 void whole_drive(Places &p) {
     named_drive(p);
@@ -137,25 +142,14 @@ const Row kRows[] = {
          const int fd = fileno(p.streams[0]);
          return get_device_serial_number(fd, &p.specification) + get_device_model(fd, &p.specification);
      },
-     2 | 4,
-     -1,
-     nullptr,
-     [](Places &p) {
-         stream_of<kIdeDisk>(p);
-         get_device_stat(-1, std::strcpy(p.specification.device_name, kIdeDisk), &p.specification);
-     }},
+     2 | 4, -1, nullptr, ide_disk},
     {"verify_device_name", [](Places &p) { return verify_device_name("/dev/sda", &p.specification); }, 1, -1, nullptr, [](Places &p) { p.specification.major = 8; }},
     {"get_device_name_from_generic", [](Places &p) { return get_device_name_from_generic("/dev/sg7", p.buffer.data()); }},
     {"get_sg_name", [](Places &p) { return get_sg_name("/dev/sda", &p.text); }, 1, -1, "a SCSI disk without a generic name is one"},
     {"get_drive_specification", [](Places &p) { return get_drive_specification("/dev/sda", &p.drive); }, 1 | 4 | 16, 1},
     {"get_drive_serial_number", [](Places &p) { return get_drive_serial_number(-1, "/dev/sdb", &p.text); }, 2},
     {"get_drive_model", [](Places &p) { return get_drive_model(-1, DEVICE_KIND_SCSI, "/dev/sda", &p.text); }, 4},
-    {"get_drive_serial",
-     [](Places &p) { return get_drive_serial(fileno(p.streams[0]), "/dev/sda", nullptr, &p.text); },
-     1,
-     -1,
-     nullptr,
-     stream_of<kDisk>},
+    {"get_drive_serial", [](Places &p) { return get_drive_serial(fileno(p.streams[0]), "/dev/sda", nullptr, &p.text); }, 1, -1, nullptr, stream_of<kDisk>},
 
     // Geometry, defects, state
     {"get_block_size get_number_of_blocks get_device_start get_device_rotation",
@@ -170,19 +164,9 @@ const Row kRows[] = {
     {"get_partition", [](Places &p) { return get_partition("sda", &p.partitions); }},
     {"parse_partition", [](Places &p) { return parse_partition(p.streams[0], "sda", &p.partitions); }, 1, -1, nullptr, stream_of<kPartitions>},
     {"add_partition", [](Places &p) { return add_partition("sda1", 1, &p.partitions, &p.partitions.entries); }},
-    {"get_partition_information",
-     [](Places &p) {
-         p.geometry.partition_sizes = p.partition_sizes;
-         return get_partition_information("/dev/sda", &p.geometry);
-     },
-     16},
+    {"get_partition_information", [](Places &p) { return get_partition_information("/dev/sda", &p.geometry); }, 16, -1, nullptr, sizes},
     {"get_drive_geometry", [](Places &p) { return get_drive_geometry("/dev/sda", &p.drive); }, 1 | 2 | 4 | 8 | 16, 1},
-    {"get_device_geometry",
-     [](Places &p) {
-         p.geometry.partition_sizes = p.partition_sizes;
-         return get_device_geometry(-1, "/dev/sda", &p.geometry);
-     },
-     1 | 2 | 4 | 8 | 16 | 32 | 64},
+    {"get_device_geometry", [](Places &p) { return get_device_geometry(-1, "/dev/sda", &p.geometry); }, 1 | 2 | 4 | 8 | 16 | 32 | 64, -1, nullptr, sizes},
     {"get_drive_defects", [](Places &p) { return get_drive_defects("/dev/sda", &p.drive); }, 1 | 2, 1},
     {"get_device_defects", [](Places &p) { return get_device_defects(-1, "/dev/sda", &p.defects); }, 1 | 2},
     {"get_drive_state", [](Places &p) { return get_drive_state("/dev/sdi", p.new_drive); }, 1, 1, nullptr, whole_drive},

@@ -5,7 +5,6 @@
 
 #include <dlfcn.h>
 #include <linux/cdrom.h>
-#include <linux/hdreg.h>
 #include <sys/sysmacros.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -104,18 +103,13 @@ class FailureSweep : public RaidTest {
         };
         world.device("/dev/hda", 3, 0)->set_ata_identity("WD-1", "WDC");
         world.link("/sys/class/scsi_generic/sg7/device/block", "../../../block/sdh");
-        const auto firmware = [](unsigned long request, void *argument) -> std::optional<int> {
-            if (request != HDIO_DRIVE_CMD) return std::nullopt;
-            std::memset(static_cast<char *>(argument) + 4, 1, 512);
-            return 0;
-        };
         const auto innodisk = world.disk({.name = "sdi", .minor = 128, .model = "Innodisk 3ME", .address = "8:0:0:0"});
-        innodisk->request = firmware;
+        innodisk->be_innodisk(1);
         const auto memkor = world.disk({.name = "sdm", .minor = 192, .model = "MEMKOR", .address = "9:0:0:0"});
         memkor->answer = answer_memkor;
         plug_in({.units = {{.partitions = {{.size = 1 << 20, .uuid = "P"}}}}});
-        plug_in({.port = "1-2", .host = 3, .serial = "IDLE", .units = {{.bound = false}}});
-        plug_in({.port = "1-3", .host = 5, .serial = "BARE", .units = {{.name = "sdc", .minor = 32, .node = false}}});
+        plug_in({.port = 2, .serial = "IDLE", .units = {{.bound = false}}});
+        plug_in({.port = 4, .serial = "BARE", .units = {{.name = "sdc", .minor = 32, .node = false}}});
         arcconf("Controllers found: 1\n",
                 {small_config() + device_section({.location = "Enclosure 0, Slot 8", .serial = "SPARE"})});
         megacli(kSmallLogical, kSmallPhysical);

@@ -3,12 +3,10 @@
 
 #include "world.h"
 
-#include <linux/hdreg.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <cstring>
 #include <filesystem>
 
 using namespace torvane::world;
@@ -29,13 +27,7 @@ class FirmwareCommand : public WorldTest {
     // Sectors that name themselves; at one of them the drive sticks for longer than any test waits, but not for
     // good: a killed tool leaves its reader behind until the drive lets go.
     void answer(int stuck_sector = -1) const {
-        disk_->request = [stuck_sector](unsigned long request, void *argument) -> std::optional<int> {
-            auto *bytes = static_cast<unsigned char *>(argument);
-            if (request != HDIO_DRIVE_CMD) return std::nullopt;
-            if (bytes[0] == 0xFC && bytes[2] == stuck_sector) sleep(5);
-            std::memset(bytes + 4, bytes[0] == 0xFC ? bytes[2] + 1 : 0, 512);
-            return 0;
-        };
+        disk_->be_innodisk(0, [stuck_sector](int sector) { return sector == stuck_sector && sleep(5) != 0; });
     }
 
     static int run(const std::vector<std::string> &words) { return tool::run_line(words, tool::all_commands()); }

@@ -52,10 +52,6 @@ class Geometry : public WorldTest {
     }
 
     Geometry() { category = TORVANE_ERROR_GEOMETRY; }
-
-    void table(const std::string &rows) const {
-        world.file("/proc/partitions", "major minor  #blocks  name\n\n" + rows);
-    }
 };
 
 TEST_F(Geometry, RatesThatCount) {
@@ -100,7 +96,7 @@ TEST_F(Geometry, EachFailingReaderAddsItsCode) {
     EXPECT_EQ(error(), "failed to read device start");
     sda->big_start = 99;
     EXPECT_EQ(geometry("/dev/sda"), "0: 2097152 x 512, 99, 7200");
-    table("");
+    world.partition_rows("");
     EXPECT_EQ(geometry("/dev/sda"), "-16: 2097152 x 512, 99, 7200");
     EXPECT_EQ(error(), "failed to find '/dev/sda' in /proc/partitions");
     world.remove("/proc/partitions");
@@ -135,7 +131,7 @@ TEST_F(Geometry, WithoutABlockSizeTheGenericNodeIsAskedForItsWordsOnly) {
     world.link("/sys/class/scsi_generic/sg7/device/block", "../../../block/sdb");
     world.device("/dev/sg7", 21, 7, true)->block_size.reset();
     world.device("/dev/sdb", 8, 16)->block_size = 2048;
-    table("   8  16  100 sdb\n");
+    world.partition_rows("   8  16  100 sdb\n");
     EXPECT_EQ(device_geometry(-1, "/dev/sg7"), "-24: 524288 x 2048, 0, -1") << "the block device behind it";
     EXPECT_EQ(device_geometry(-1, nullptr), "-64: 0 x 0, 0, 0");
     EXPECT_EQ(device_geometry(-1, "/dev/none"), "-62: 0 x 0, 0, -1");
@@ -150,16 +146,16 @@ TEST_F(Geometry, TablesOfEveryShape) {
         free(list.entries);
         return text;
     };
-    table("8 0 100 sda\n8 1 3 sda1\n8 5 7 sda5\n8 16 100 sdb\n8 2 9 sda2\n 65 160 9 sdaa\n");
+    world.partition_rows("8 0 100 sda\n8 1 3 sda1\n8 5 7 sda5\n8 16 100 sdb\n8 2 9 sda2\n 65 160 9 sdaa\n");
     EXPECT_EQ(found("/dev/sda"), "0 /dev/sda1#1=3072 /dev/sda5#2=7168") << "rows further down are not the disk's";
     EXPECT_EQ(found("/dev/sdb"), "0");
     EXPECT_EQ(found("/dev/sda1"), "0") << "a partition has none below it";
     EXPECT_EQ(found("/dev/sd"), "-16");
     EXPECT_EQ(found(""), "-16");
     EXPECT_EQ(found("///"), "-16");
-    table("8 0 100 sda\n8 0 100 sda\n8 1 3 sda1\n");
+    world.partition_rows("8 0 100 sda\n8 0 100 sda\n8 1 3 sda1\n");
     EXPECT_EQ(found("/dev/sda"), "0") << "a second row of the same name ends the disk";
-    table("8 16 1 sdb\nno row\n8 17 2\n8 x 2 sdb2\n\n8 18 18446744073709551615 sdb3\n8 19 4 sdb4 more");
+    world.partition_rows("8 16 1 sdb\nno row\n8 17 2\n8 x 2 sdb2\n\n8 18 18446744073709551615 sdb3\n8 19 4 sdb4 more");
     EXPECT_EQ(found("/dev/sdb"), "0 /dev/sdb3#1=18446744073709550592 /dev/sdb4#2=4096");
     world.file("/proc/partitions", std::string("\0\0\0\n8 0 1 sda\n", 14));
     EXPECT_EQ(found("/dev/sda"), "-16") << "a line that begins with a NUL ends the reading";

@@ -31,18 +31,16 @@ class UsbMedia : public UsbTest {
 
 TEST_F(UsbMedia, ListsEveryInterfaceWithItsDevices) {
     plug_in({.units = {{.partitions = {{.size = 1 << 20}}}}});
-    plug_in({.port = "1-2",
-             .host = 3,
+    plug_in({.port = 2,
              .serial = "CARD",
              .product = "Reader",
              .units = {{.name = "sdc", .minor = 32, .size = 0}, {.name = "sdd", .minor = 48}}});
-    plug_in({.port = "1-3",
-             .host = 4,
+    plug_in({.port = 3,
              .serial = "",
              .manufacturer = "",
              .product = "",
              .units = {{.name = "sr0", .major = 11, .minor = 0, .type = SCSI_TYPE_OPTICAL, .size = 0}}});
-    plug_in({.port = "1-4", .host = 5, .serial = "IDLE", .units = {{.type = SCSI_TYPE_TAPE, .bound = false}}});
+    plug_in({.port = 4, .serial = "IDLE", .units = {{.type = SCSI_TYPE_TAPE, .bound = false}}});
     world.file("/sys/bus/usb/drivers/usb-storage/bind", "");
     MediaList list = empty_media_list;
     ASSERT_EQ(get_usb_mass_storage_devices(&list), 0);
@@ -120,8 +118,8 @@ TEST_F(UsbMedia, DiskAndEnclosureAreOneDevice) {
     const Unit disk = {};
     const Unit enclosure = {.name = "", .type = SCSI_TYPE_ENCLOSURE};
     plug_in({.serial = "", .units = {disk, enclosure}});
-    plug_in({.port = "1-2", .host = 3, .serial = "", .units = {enclosure, disk}});
-    plug_in({.port = "1-3", .host = 4, .units = {enclosure, enclosure}});
+    plug_in({.port = 2, .serial = "", .units = {enclosure, disk}});
+    plug_in({.port = 3, .units = {enclosure, enclosure}});
     for (const auto &[port, address] : {std::pair("1-1", "2:0:0:0"), std::pair("1-2", "3:0:0:1")}) {
         const Media media = read(port);
         ASSERT_TRUE(media);
@@ -162,8 +160,8 @@ TEST_F(UsbMedia, UnreadableInterfacesFailWithTheirReason) {
 
 TEST_F(UsbMedia, FoundBySerialPrefixOrDeviceNumber) {
     plug_in({.units = {{.partitions = {{.size = 1 << 20}}}}});
-    plug_in({.port = "1-2", .host = 3, .serial = "", .units = {{.name = "sdc", .minor = 32}}});
-    plug_in({.port = "1-3", .host = 4, .serial = "READER", .units = {{.name = "sdd", .minor = 48}, {.bound = false}}});
+    plug_in({.port = 2, .serial = "", .units = {{.name = "sdc", .minor = 32}}});
+    plug_in({.port = 3, .serial = "READER", .units = {{.name = "sdd", .minor = 48}, {.bound = false}}});
     EXPECT_EQ(found("USB-0"), "1-1:1.0");
     EXPECT_EQ(found("USB-00012"), "none");
     EXPECT_EQ(found("S-0001"), "1-2:1.0") << "a device's own";
@@ -211,11 +209,10 @@ TEST_F(UsbMedia, StatusTellsAdaptersFromDevices) {
 
 TEST_F(UsbMedia, FileSystemsBesidePartitionsAreBad) {
     plug_in({.units = {{.partitions = {{.size = 1 << 20, .uuid = "P"}}}}});
-    plug_in({.port = "1-2",
-             .host = 3,
+    plug_in({.port = 2,
              .serial = "BAD",
              .units = {{.name = "sdc", .minor = 32, .partitions = {{.size = 512}}, .uuid = "W"}}});
-    plug_in({.port = "1-3", .host = 4, .serial = "WHOLE", .units = {{.name = "sdd", .minor = 48, .uuid = "W"}}});
+    plug_in({.port = 3, .serial = "WHOLE", .units = {{.name = "sdd", .minor = 48, .uuid = "W"}}});
     const auto check = [](const char *port, const char *serial) {
         return check_entire_device_for_bad_filesystem(read(port).get(), serial);
     };

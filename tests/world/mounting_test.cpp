@@ -31,8 +31,7 @@ class Mounting : public UsbTest {
 
 TEST_F(Mounting, AStickIsMountedBesideItsNodesAndUnmountedWithoutATrace) {
     plug_in({});
-    plug_in({.port = "1-2",
-             .host = 3,
+    plug_in({.port = 2,
              .serial = "PARTS",
              .units = {{.name = "sdc", .minor = 32, .node = false, .partitions = {{.size = 512}, {.size = 512}}}}});
     const std::string whole = mounted("USB");
@@ -79,9 +78,8 @@ TEST_F(Mounting, ABusyMountStaysAndCanBeTriedAgain) {
 
 TEST_F(Mounting, WhatCannotBeMountedLeavesNothing) {
     plug_in({.units = {{.partitions = {{.size = 512}, {.size = 512}}}}});
-    plug_in({.port = "1-2", .host = 3, .serial = "IDLE", .units = {{.bound = false}}});
-    plug_in({.port = "1-3",
-             .host = 4,
+    plug_in({.port = 2, .serial = "IDLE", .units = {{.bound = false}}});
+    plug_in({.port = 3,
              .serial = "BAD",
              .units = {{.name = "sdd", .minor = 48, .partitions = {{.size = 512}}, .uuid = "W"}}});
     EXPECT_EQ(mounted("none"), "unable to read info or no scsi devices found (NULL)");

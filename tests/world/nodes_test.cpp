@@ -108,7 +108,7 @@ TEST_F(Nodes, AreMadeForMoreDevicesThanTheyAreDeletedFor) {
     EXPECT_EQ(error(), "failed to read info, serial, or location (NULL)");
     EXPECT_EQ(delete_device_nodes_at(media.get(), nullptr, "/tmp/nodes"), -1);
     EXPECT_EQ(error(), "unable to read info, serial, or location (NULL)");
-    plug_in({.port = "1-2", .host = 3, .units = {{.name = "sdc", .minor = 32}, {.name = "sdd", .minor = 48}}});
+    plug_in({.port = 2, .units = {{.name = "sdc", .minor = 32}, {.name = "sdd", .minor = 48}}});
     const Media pair = read("1-2");
     EXPECT_EQ(add_device_nodes_at(pair.get(), "USB", "/tmp/nodes"), 0);
     EXPECT_EQ(names_in("/tmp/nodes"), (std::vector<std::string>{"sdc", "sdd"}));

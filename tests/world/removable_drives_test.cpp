@@ -37,12 +37,11 @@ TEST_F(RemovableDrives, CompleteListedDisksAndAddTheOthers) {
     EXPECT_EQ(drives(), "/dev/sda|-|-|0|-1|0\n"
                         "/dev/sdb|Maker Flash|USB-0001|4|2|2097152\n");
     release();
-    plug_in({.port = "1-2",
-             .host = 3,
+    plug_in({.port = 2,
              .serial = "CARD",
              .product = "Reader",
              .units = {{.name = "sdc", .minor = 32, .size = 0}, {.name = "sdd", .minor = 48}}});
-    plug_in({.port = "1-3", .host = 4, .serial = "IDLE", .units = {{.bound = false}}});
+    plug_in({.port = 3, .serial = "IDLE", .units = {{.bound = false}}});
     EXPECT_EQ(get_drives(&list, DRIVE_OPTION_SYSTEM | DRIVE_OPTION_USB, nullptr, 0), 0);
     const std::string all = drives();
     EXPECT_EQ(list.count, 6U) << all;

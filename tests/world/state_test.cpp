@@ -6,7 +6,6 @@
 #include <linux/hdreg.h>
 #include <scsi/sg.h>
 
-#include <cerrno>
 #include <cstring>
 
 using namespace torvane::world;
@@ -31,23 +30,6 @@ class VendorState : public WorldTest {
         OwnedDrive drive(init_drive("/dev/sda"));
         drive->model = duplicate_str(model);
         return drive;
-    }
-
-    // An Innodisk drive: SMART data with this permission byte, and firmware sectors that name themselves.
-    static void answer_innodisk(FakeDisk &disk, unsigned char permission, int failing_sector = -1) {
-        disk.request = [=](unsigned long request, void *argument) -> std::optional<int> {
-            auto *bytes = static_cast<unsigned char *>(argument);
-            if (request != HDIO_DRIVE_CMD) return std::nullopt;
-            const bool smart = bytes[0] == 0xB0 && bytes[1] == 0 && bytes[2] == 0xD0 && bytes[3] == 1;
-            const bool firmware = bytes[0] == 0xFC && bytes[1] == 0 && bytes[3] == 1;
-            if ((!smart && !firmware) || (firmware && bytes[2] == failing_sector)) {
-                errno = EIO;
-                return -1;
-            }
-            if (smart) bytes[4 + 55] = permission;
-            if (firmware) std::memset(bytes + 4, bytes[2] + 1, 512);
-            return 0;
-        };
     }
 
     // A MEMKOR drive: the two registers, an image of so many sectors, and how its sense data comes back.
@@ -114,7 +96,7 @@ TEST_F(VendorState, InnodiskPermissionIsTheSmartByteUpToFive) {
     const OwnedDrive drive = record("ATA Innodisk 3ME");
     set_error_str(TORVANE_ERROR_STATE, "untouched");
     for (int level = 0; level <= 255; ++level) {
-        answer_innodisk(*disk, static_cast<unsigned char>(level));
+        disk->be_innodisk(static_cast<unsigned char>(level));
         EXPECT_EQ(get_drive_state("/dev/sda", drive.get()), level <= 5 ? 0 : -1);
         EXPECT_EQ(drive->permission, level <= 5 ? level : -1);
     }
@@ -126,7 +108,7 @@ TEST_F(VendorState, InnodiskPermissionIsTheSmartByteUpToFive) {
 
 TEST_F(VendorState, InnodiskImageIsReadWholeOrNotAtAll) {
     const auto disk = drive_of("Innodisk 3ME");
-    answer_innodisk(*disk, 3);
+    disk->be_innodisk(3);
     DeviceState state{};
     ASSERT_EQ(get_device_state_full(-1, "/dev/sda", &state), 0);
     EXPECT_EQ(state.permission, 3);
@@ -137,7 +119,7 @@ TEST_F(VendorState, InnodiskImageIsReadWholeOrNotAtAll) {
     }
     free(state.firmware_image);
     for (const int failing : {0, 40, 79}) {
-        answer_innodisk(*disk, 9, failing);
+        disk->be_innodisk(9, [failing](int sector) { return sector == failing; });
         EXPECT_EQ(get_device_state_full(-1, "/dev/sda", &state), -3);
         EXPECT_EQ(state.permission, -1);
         EXPECT_EQ(state.firmware_size, 0);

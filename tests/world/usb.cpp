@@ -34,14 +34,15 @@ UsbTest::UsbTest() {
 }
 
 void UsbTest::plug_in(const UsbDevice &device) {
-    const std::string usb = "/sys/devices/" + kHub + device.port;
-    const std::string interface = device.port + ":1.0";
+    const std::string port = "1-" + std::to_string(device.port);
+    const std::string usb = "/sys/devices/" + kHub + port;
+    const std::string interface = port + ":1.0";
     world.file(usb + "/idVendor", "1d6b\n");
     if (!device.serial.empty()) world.file(usb + "/serial", device.serial + "\n");
     if (!device.manufacturer.empty()) world.file(usb + "/manufacturer", device.manufacturer + "\n");
     if (!device.product.empty()) world.file(usb + "/product", device.product + "\n");
     world.directory(usb + "/" + interface);
-    world.link("/sys/bus/usb/devices/" + device.port, usb);
+    world.link("/sys/bus/usb/devices/" + port, usb);
     world.link("/sys/bus/usb/devices/" + interface, usb + "/" + interface);
     world.link("/sys/bus/usb/drivers/usb-storage/" + interface, usb + "/" + interface);
     for (size_t i = 0; i < device.units.size(); ++i) plug_in_unit(device, i);
@@ -49,9 +50,10 @@ void UsbTest::plug_in(const UsbDevice &device) {
 
 void UsbTest::plug_in_unit(const UsbDevice &device, size_t index) {
     const Unit &unit = device.units[index];
-    const std::string host = std::to_string(device.host);
+    const std::string port = "1-" + std::to_string(device.port);
+    const std::string host = std::to_string(device.port + 1);
     const std::string address = host + ":0:0:" + std::to_string(index);
-    const std::string target = kHub + device.port + "/" + device.port + ":1.0/host" + host + "/target" + host + ":0:0";
+    const std::string target = kHub + port + "/" + port + ":1.0/host" + host + "/target" + host + ":0:0";
     if (unit.bound && !unit.name.empty()) {
         disks[makedev(unit.major, unit.minor)] = world.disk({.name = unit.name,
                                                              .major = unit.major,

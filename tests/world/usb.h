@@ -23,8 +23,7 @@ struct Unit {
 };
 
 struct UsbDevice {
-    std::string port = "1-1";
-    unsigned host = 2;
+    unsigned port = 1;               // of the hub: "1-1"; its SCSI host has the next number
     std::string serial = "USB-0001"; // empty: none
     std::string manufacturer = "Example";
     std::string product = "Stick";

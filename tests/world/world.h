@@ -60,6 +60,11 @@ class World {
     // An executable of this name, first on PATH: a shell script's body.
     void program(const std::string &name, std::string_view script) const;
 
+    // The whole of /proc/partitions.
+    void partition_rows(const std::string &rows) const {
+        file("/proc/partitions", "major minor  #blocks  name\n\n" + rows);
+    }
+
     // Lays out a disk in /sys, /dev, /run/udev/data and /proc/partitions. The result answers for the disk and
     // its generic node; partitions answer for themselves, with their own start and size.
     std::shared_ptr<FakeDisk> disk(const Disk &disk) const;

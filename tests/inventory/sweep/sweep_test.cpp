@@ -19,11 +19,11 @@
 
 #include <gtest/gtest.h>
 
-#include <sys/mount.h>
 #include <sys/sysmacros.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <climits>
 #include <filesystem>
 #include <fstream>
@@ -202,10 +202,12 @@ class InventorySweep : public testing::Test {
         outcome.trial = torvane::world::try_with(failure, call, release);
         if (outcome.trial.blocks_left != 0) outcome.left += " " + std::to_string(outcome.trial.blocks_left) + " blocks";
         if (descriptors() != before) outcome.left += " descriptors";
-        if (!children_gone()) outcome.left += " a child";
+        // Those on their way out may take a moment; who looks after a command that was given up clears its folder then.
+        if (!holds_soon([] { return waitpid(-1, nullptr, WNOHANG) < 0; })) outcome.left += " a child";
         // Where every call fails from one on, the one that would clear up does, too.
         const bool may_clear_up = failure.step == Step::kAllocation || !failure.for_good;
-        if (may_clear_up && !leavings_gone(files)) outcome.left += " files";
+        const auto is_clear = [&] { return std::ranges::includes(files, leavings()); };
+        if (may_clear_up && !holds_soon(is_clear)) outcome.left += " files";
         return outcome;
     }
 
@@ -219,24 +221,9 @@ class InventorySweep : public testing::Test {
         return std::any_of(troubles.begin(), troubles.end(), [](const Trouble &trouble) { return trouble.essential; });
     }
 
-    // Who looks after a command that was given up clears its folder when it has ended.
-    template <class Files> static bool leavings_gone(const Files &before) {
-        for (int i = 0; i < 2000; ++i) {
-            const Files now = leavings();
-            if (std::includes(before.begin(), before.end(), now.begin(), now.end())) return true;
-            usleep(5000);
-        }
-        return false;
-    }
-
-    // Those on their way out may take a moment.
-    static bool children_gone() {
-        for (int i = 0; i < 1000; ++i) {
-            const pid_t child = waitpid(-1, nullptr, WNOHANG);
-            if (child < 0) return true;
-            if (child == 0) usleep(5000);
-        }
-        return false;
+    template <class Test> static bool holds_soon(Test test) {
+        for (int i = 0; i < 2000 && !test(); ++i) usleep(5000);
+        return test();
     }
 
     // What is wrong with a run; "" when nothing is.
@@ -350,8 +337,8 @@ void lay_out_drive() {
 TEST_F(InventorySweep, OfEveryReader) {
     const std::map<std::string, std::string> trees = all_trees();
     // Other programs leave files in /tmp, too.
-    { const Tree namespaces(""); }
-    ASSERT_EQ(mount("sweep", "/tmp", "tmpfs", 0, ""), 0);
+    enter_namespace();
+    mount_at("/tmp");
     const std::string folder = "/tmp/tools";
     fs::create_directories(folder);
     std::ofstream(folder + "/storcli64") << "#!/bin/sh\ncat <<'END'\n" << kController << "\nEND\n";

@@ -2,7 +2,6 @@
 //   torvane_on_machine MACHINE.tree COMMAND [ARGUMENT...]
 #include "../../inventory/tree.h"
 
-#include <sys/mount.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -11,21 +10,16 @@
 #include <cstring>
 #include <exception>
 #include <filesystem>
-#include <stdexcept>
 
 namespace {
 
 namespace fs = std::filesystem;
 
-void check(int result, const char *what) {
-    if (result != 0) throw std::runtime_error(std::string(what) + ": " + std::strerror(errno));
-}
-
 // Of the real /dev what every program needs; the machine's own nodes are for the command to make.
 void cover_devices() {
     fs::create_directories("/run/dev");
-    check(mount("/dev", "/run/dev", nullptr, MS_BIND | MS_REC, nullptr), "binding /dev");
-    check(mount("tree", "/dev", "tmpfs", MS_NOSUID, "mode=0755"), "mounting over /dev");
+    inventory::tests::mount_at("/run/dev", "/dev");
+    inventory::tests::mount_at("/dev");
     for (const char *name : {"null", "zero", "full", "urandom", "tty", "pts", "ptmx", "fd", "shm"}) {
         fs::create_symlink(std::string("/run/dev/") + name, std::string("/dev/") + name);
     }
