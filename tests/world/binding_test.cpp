@@ -1,5 +1,6 @@
 #include "usb.h"
 
+#include <nlohmann/json.hpp>
 #include <unistd.h>
 
 #include <chrono>
@@ -9,6 +10,10 @@
 using namespace torvane::world;
 
 namespace {
+
+// Between the states 0 to 3, what refuses ("bind" and "unbind" files, or making nodes), and what is so afterwards; the
+// undo of an unbinding that is refused makes nodes that were not there.
+const auto kTransitions = nlohmann::json::parse(read_file(TORVANE_SOURCE_DIRECTORY "/tests/world/transitions.json"));
 
 class Binding : public UsbTest {
   protected:
@@ -55,47 +60,22 @@ TEST_F(Binding, OfOneDeviceFollowsItsStateThenItsDriver) {
 
 TEST_F(Binding, EveryTransitionAndItsUndo) {
     plug_in({});
-    struct Case {
-        uint32_t from;
-        uint32_t to;
-        const char *refused; // file or "node"; empty: nothing is
-        int result;
-        uint32_t state; // afterwards
-        const char *writes;
-        bool node; // in /dev afterwards
-    };
-    const Case cases[] = {
-        {0, 0, "", 0, 0, "", false},
-        {0, 1, "", 0, 1, "bind 2:0:0:0", false},
-        {0, 1, "bind", -1, 0, "", false},
-        {0, 2, "", 0, 1, "bind 2:0:0:0", false},
-        {0, 2, "bind", -1, 0, "", false},
-        {1, 2, "", 0, 2, "", true},
-        {1, 2, "node", -1, 0, "unbind 2:0:0:0", false},
-        {2, 1, "", 0, 1, "", false},
-        {1, 0, "", 0, 0, "unbind 2:0:0:0", false},
-        {2, 0, "", 0, 0, "unbind 2:0:0:0", true},
-        {1, 0, "unbind", -1, 2, "", true}, // the undo makes nodes that were not there
-        {2, 0, "unbind", -1, 2, "", true},
-        {3, 1, "", -1, 3, "", false},
-        {1, 3, "", -1, 1, "", false},
-    };
     const auto real_mknod = answers().mknod;
-    for (const Case &each : cases) {
-        SCOPED_TRACE(std::to_string(each.from) + " to " + std::to_string(each.to) + " refused: " + each.refused);
+    for (const auto &each : kTransitions) {
+        SCOPED_TRACE(each.dump());
         world.file("/dev/sdb", "");
         const Media media = read();
         ASSERT_TRUE(media);
         ScsiDeviceInfo *device = media->devices.devices;
-        device->state = each.from;
-        if (each.from != STATE_NODE) world.remove("/dev/sdb");
-        const std::string refused = each.refused;
+        device->state = each["from"];
+        if (each["from"] != STATE_NODE) world.remove("/dev/sdb");
+        const std::string refused = each["refused"];
         if (refused == "node") answers().mknod = [](const char *, mode_t, dev_t) { return -1; };
         if (refused == "bind" || refused == "unbind") refuse(refused);
-        EXPECT_EQ(change_scsi_device_state(device, each.to), each.result);
-        EXPECT_EQ(device->state, each.state);
-        EXPECT_EQ(file_exists("/dev/sdb"), each.node ? 1 : 0);
-        EXPECT_EQ(written(), each.writes);
+        EXPECT_EQ(change_scsi_device_state(device, each["to"]), each["result"]);
+        EXPECT_EQ(device->state, each["state"]);
+        EXPECT_EQ(file_exists("/dev/sdb"), each["node"].get<int>());
+        EXPECT_EQ(written(), each["writes"]);
         answers().mknod = real_mknod;
     }
     EXPECT_EQ(error(), "failed to read device, status, or state");

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <utility>
 
 using namespace torvane::world;
 
@@ -45,12 +46,11 @@ TEST_F(Identity, ScsiDisk) {
     auto sda = world.disk({.serial = " S-0001 ", .generic = 0, .partitions = {{.size = 1 << 20}}});
     world.disk({.name = "sdb", .minor = 16, .address = "1:0:0:0"});
     EXPECT_EQ(specification("/dev/sda"), "0|ATA Example Disk|S-0001|/dev/sg0");
-    EXPECT_EQ(answers().log, (std::vector<std::string>{"sda SG_IO 12 01 00 00 04 00", "sda SG_IO 12 01 80 00 04 00",
-                                                       "sda SG_IO 12 01 80 00 0c 00"}));
-    answers().log.clear();
+    const std::vector<std::string> commands = {"sda SG_IO 12 01 00 00 04 00", "sda SG_IO 12 01 80 00 04 00",
+                                               "sda SG_IO 12 01 80 00 0c 00"};
+    EXPECT_EQ(std::exchange(answers().log, {}), commands);
     EXPECT_EQ(drive("/dev/sda"), "0|ATA Example Disk|S-0001|/dev/sg0");
-    EXPECT_EQ(answers().log, (std::vector<std::string>{"sda SG_IO 12 01 00 00 04 00", "sda SG_IO 12 01 80 00 04 00",
-                                                       "sda SG_IO 12 01 80 00 0c 00"}));
+    EXPECT_EQ(answers().log, commands);
     EXPECT_EQ(specification("/dev/sdb"), "-1|ATA Example Disk|S-0001|");
     EXPECT_EQ(drive("/dev/sdb"), "0|ATA Example Disk|S-0001|-") << "no generic name is no failure for a disk";
     EXPECT_EQ(drive("/dev/sda1"), "0|ATA Example Disk|S-0001|/dev/sg0");

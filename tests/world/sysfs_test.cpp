@@ -3,6 +3,8 @@
 
 #include "torvane.h"
 
+#include <nlohmann/json.hpp>
+
 #include <array>
 
 using namespace torvane::world;
@@ -12,6 +14,9 @@ namespace {
 using Sysfs = WorldTest;
 
 constexpr const char *kLine = "%[^\n]";
+
+// Where the readers look for attributes; the newer one never has the last character of a partition's.
+const auto kAttributes = nlohmann::json::parse(read_file(TORVANE_SOURCE_DIRECTORY "/tests/world/attributes.json"));
 
 // Both readers, the newer one by newer rules.
 std::string value_of(bool is_newer, const char *path, const char *attribute, int generic, int partition) {
@@ -25,35 +30,10 @@ std::string value_of(bool is_newer, const char *path, const char *attribute, int
 }
 
 TEST_F(Sysfs, AttributesAreSoughtInTheirDirectory) {
-    const struct {
-        bool is_newer;
-        const char *path;
-        const char *attribute;
-        int generic;
-        int partition;
-        const char *file;
-    } kCases[] = {
-        {false, "/dev/sda", "model", 0, 0, "/sys/block/sda/device/model"},
-        {false, "sda", "model", 0, 0, "/sys/block/sda/device/model"},
-        {false, "/dev/sda", "start", 0, 1, "/sys/block/sda/device/start"},
-        {false, "/dev/sg3", "model", 0, 1, "/sys/class/scsi_generic/sg3/device/model"},
-        {false, "/dev/sda", "model", 1, 0, "/sys/class/scsi_generic/sda/device/model"},
-        {false, "/dev/sda1", "start", 0, 1, "/sys/block/sda1/sda1/start"},
-        {false, "/dev/sda12", "start", 0, 1, "/sys/block/sda1/sda12/start"},
-        {false, "/dev/sda12", "model", 0, 0, "/sys/block/sda1/device/model"},
-        {false, "/dev/mapper/verylong1", "model", 0, 0, "/sys/block/verylon/device/model"},
-        {true, "/dev/sda1", "model", 0, 0, "/sys/block/sda/device/model"},
-        {true, "/dev/hdb3", "model", 0, 0, "/sys/block/hdb/device/model"},
-        {true, "/dev/md0", "model", 0, 0, "/sys/block/md0/device/model"},
-        {true, "/dev/sg3", "model", 0, 0, "/sys/class/scsi_generic/sg3/device/model"},
-        {true, "/dev/sda", "model", 1, 0, "/sys/class/scsi_generic/sda/device/model"},
-        {true, "/dev/nvme0n1p2", "vendor", 0, 0, "/sys/block/nvme0n1p2/device/vendor"},
-        {true, "/dev/sda1", "start", 0, 1, "/sys/block/sda/sda1/star"}, // always one character short
-        {true, "/dev/sda", "start", 0, 1, "/sys/block/sda/device/start"},
-    };
-    for (const auto &c : kCases) {
-        EXPECT_EQ(value_of(c.is_newer, c.path, c.attribute, c.generic, c.partition),
-                  "failed to open '" + std::string(c.file) + "'");
+    for (const auto &call : kAttributes) {
+        const std::string path = call["path"], attribute = call["attribute"], file = call["file"];
+        EXPECT_EQ(value_of(call["newer"], path.c_str(), attribute.c_str(), call["generic"], call["partition"]),
+                  "failed to open '" + file + "'");
     }
     const std::string endless = "/dev/" + std::string(5000, 'x');
     EXPECT_EQ(value_of(false, endless.c_str(), "model", 0, 0),
