@@ -184,9 +184,25 @@ const FactRow *find_fact(std::string_view name) {
     return nullptr;
 }
 
+namespace {
+
+// Keys are short words of our own, told apart by far less than all of their letters.
+struct HashKey {
+    std::size_t operator()(std::string_view key) const {
+        if (key.empty()) return 0;
+        constexpr std::size_t kFactor = 31;
+        const auto at = [key](std::size_t place) {
+            return static_cast<std::size_t>(static_cast<unsigned char>(key[place]));
+        };
+        return ((key.size() * kFactor + at(0)) * kFactor + at(key.size() / 2)) * kFactor + at(key.size() - 1);
+    }
+};
+
+} // namespace
+
 std::size_t index_of(std::string_view key) {
-    static const std::unordered_map<std::string_view, std::size_t> places = [] {
-        std::unordered_map<std::string_view, std::size_t> made;
+    static const std::unordered_map<std::string_view, std::size_t, HashKey> places = [] {
+        std::unordered_map<std::string_view, std::size_t, HashKey> made;
         for (std::size_t i = 0; i < std::size(kFacts); ++i) made.emplace(kFacts[i].key, i);
         return made;
     }();

@@ -89,13 +89,13 @@ std::string_view without_zeros(std::string_view digits) {
 
 const Value &Fact::value() const { return words.empty() ? kMissing : words.front().value; }
 
-void Thing::tell(std::string_view key, Value value, Source source, std::string detail) {
+void Thing::tell(std::size_t index, Value value, Source source, std::string detail) {
     if (auto *text = std::get_if<std::string>(&value)) {
         *text = without_padding(std::move(*text));
         if (text->empty()) return;
     }
     if (is_missing(value)) return;
-    facts_[index_of(key)].words.push_back({std::move(value), source, std::move(detail)});
+    facts_[index].words.push_back({std::move(value), source, std::move(detail)});
 }
 
 void Thing::lacks(std::string_view key, std::string reason) { facts_[index_of(key)].reason = std::move(reason); }

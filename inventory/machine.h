@@ -73,7 +73,10 @@ class Thing {
     [[nodiscard]] const std::string &id() const { return id_; }
 
     // A source's word. Missing values and empty texts are no word. Texts are cleaned: padding cut off, never shortened.
-    void tell(std::string_view key, Value value, Source source, std::string detail = {});
+    void tell(std::string_view key, Value value, Source source, std::string detail = {}) {
+        tell(index_of(key), std::move(value), source, std::move(detail));
+    }
+    void tell(std::size_t index, Value value, Source source, std::string detail); // by place in the table
     // Why nobody can tell this fact. The last reason stays: who is asked later knows more.
     void lacks(std::string_view key, std::string reason);
     // Takes all words of a fact back.

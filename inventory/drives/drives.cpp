@@ -65,7 +65,8 @@ struct PutOff {
     std::optional<KernelDetails> in_worker = {};
     std::optional<KernelDetails> in_parent = {};
 
-    const Thing *replaced = nullptr; // the last that had its name taken by another drive
+    const Thing *replaced = nullptr;     // the last that had its name taken by another drive
+    std::vector<std::size_t> words = {}; // how many of each fact the drive had before
 
     [[nodiscard]] bool has(const Thing &drive) const { return drives.contains(&drive); }
     void read(Thing &drive, std::optional<KernelDetails> &details) {
@@ -80,23 +81,31 @@ void tell_replaced(Thing &drive, const DriveRequest &request) {
     drive.troubles.push_back({drive.text("path"), {}, kAnotherDevice, "", true});
 }
 
-// The worker's copy of the drive, with what it answered.
-std::string pack_whole(Thing &drive, const Thing &found) {
+void count_words(const Thing &drive, std::vector<std::size_t> &words) {
+    words.assign(all_facts().size(), 0);
+    for (const auto &[index, fact] : drive.facts()) words[index] = fact.words.size();
+}
+
+// Of the worker's copy of the drive, with what it answered, those facts that its parent does not have so yet.
+std::string pack_news(Thing &drive, const Thing &found, const std::vector<std::size_t> &words) {
     for (const auto &[index, fact] : found.facts()) {
         Fact &known = drive.facts()[index];
         known.words.insert(known.words.end(), fact.words.begin(), fact.words.end());
         if (!fact.reason.empty()) known.reason = fact.reason;
     }
     drive.troubles.insert(drive.troubles.end(), found.troubles.begin(), found.troubles.end());
+    std::erase_if(drive.facts(), [&words](const auto &entry) {
+        return entry.second.reason.empty() && entry.second.words.size() == words[entry.first];
+    });
     return pack(drive);
 }
 
-bool take_answer(std::string_view answer, Thing &drive, bool is_whole) {
-    if (!is_whole) return unpack(answer, drive);
-    Thing whole(drive.kind(), drive.id());
-    if (!unpack(answer, whole)) return false;
-    drive.facts() = std::move(whole.facts());
-    drive.troubles.insert(drive.troubles.end(), whole.troubles.begin(), whole.troubles.end());
+bool take_answer(std::string_view answer, Thing &drive, bool is_news) {
+    if (!is_news) return unpack(answer, drive);
+    Thing news(drive.kind(), drive.id());
+    if (!unpack(answer, news)) return false;
+    for (auto &[index, fact] : news.facts()) drive.facts()[index] = std::move(fact);
+    drive.troubles.insert(drive.troubles.end(), news.troubles.begin(), news.troubles.end());
     return true;
 }
 
@@ -119,11 +128,14 @@ Job job_for(Thing &drive, PutOff &put_off) {
             return pack(drive);
         }
         const Thing found = ask(drive, put_off.request);
-        return put_off.has(drive) ? pack_whole(drive, found) : pack(found);
+        return put_off.has(drive) ? pack_news(drive, found, put_off.words) : pack(found);
     };
     // What the kernel tells decides what is asked; who is asked for nothing is not opened.
     const auto lock = [&drive, &put_off]() -> std::string {
-        if (put_off.has(drive)) drive.troubles.clear(); // the parent has those so far
+        if (put_off.has(drive)) {
+            drive.troubles.clear(); // the parent has those so far
+            count_words(drive, put_off.words);
+        }
         put_off.read(drive, put_off.in_worker);
         if (put_off.replaced == &drive || asked_facts(drive, put_off.request).empty()) return "";
         return lock_name(drive.text("maj_min"), drive.number("diskseq"));

@@ -97,14 +97,13 @@ void pack_fact(std::size_t index, const Fact &fact, Writer &writer) {
 bool unpack_fact(Reader &reader, Thing &thing) {
     const auto index = reader.number<Size>();
     if (!reader.is_good() || index >= all_facts().size()) return false;
-    const char *key = all_facts()[index].key;
-    if (std::string reason = reader.text(); !reason.empty()) thing.lacks(key, std::move(reason));
+    if (std::string reason = reader.text(); !reason.empty()) thing.facts()[index].reason = std::move(reason);
     for (Size left = reader.number<Size>(); left > 0; --left) {
         Value value = reader.value();
         const auto source = reader.number<Source>();
         std::string detail = reader.text();
         if (!reader.is_good() || static_cast<unsigned>(source) >= kSources) return false;
-        thing.tell(key, std::move(value), source, std::move(detail));
+        thing.tell(index, std::move(value), source, std::move(detail));
     }
     return reader.is_good();
 }
