@@ -11,51 +11,42 @@
 
 namespace inventory {
 
-// A lock that is taken. It goes with this owner, and with the process.
-class DeviceLock {
-  public:
-    DeviceLock() = default;
-    DeviceLock(int folder, std::string name, Descriptor file)
-        : folder_(folder), name_(std::move(name)), file_(std::move(file)) {}
-    DeviceLock(DeviceLock &&) noexcept = default;
-    DeviceLock &operator=(DeviceLock &&) = delete;
-    DeviceLock(const DeviceLock &) = delete;
-    DeviceLock &operator=(const DeviceLock &) = delete;
-    ~DeviceLock();
-
-  private:
-    int folder_ = -1;
-    std::string name_;
-    Descriptor file_;
-};
-
 // Another process has the lock.
 struct Holder {
     std::chrono::system_clock::time_point since;
     std::string process; // its number; "" when it did not say
 };
 
-struct LockAnswer {
-    DeviceLock lock;              // taken, unless
-    std::optional<Holder> holder; // there is one
-};
-
-// A folder of locks that only its owner may write.
+// A folder of locks that only its owner may write, and the one lock that this process has there: a file that is renamed
+// from device to device, which costs a tenth of making and removing one for each. It goes with this owner, and with the
+// process.
 class LockFolder {
   public:
+    LockFolder(LockFolder &&other) noexcept = default;
+    LockFolder &operator=(LockFolder &&other) noexcept = default;
+    LockFolder(const LockFolder &) = delete;
+    LockFolder &operator=(const LockFolder &) = delete;
+    ~LockFolder() { let_go(); }
+
     // /run/torvane for root, below the user's own folder in /run for others. Nothing where neither can be had, or
     // where somebody else made it.
     static std::optional<LockFolder> open();
     static std::optional<LockFolder> open(const std::string &path);
 
-    // Never waits. Where no file can be made (a full /run) the lock is given without one: that costs the memory of
-    // who waits, not the reading.
-    [[nodiscard]] LockAnswer take(const std::string &name) const;
+    // Lets go of the lock before and takes this one, or tells who has it. Never waits. Where no file can be made (a full
+    // /run) the lock is given without one: that costs the memory of who waits, not the reading.
+    [[nodiscard]] std::optional<Holder> take(const std::string &name);
+    void let_go();
 
   private:
     explicit LockFolder(Descriptor folder) : folder_(std::move(folder)) {}
 
+    [[nodiscard]] bool rename_to(const std::string &name);
+    [[nodiscard]] bool leads_to(const std::string &name, int file) const;
+
     Descriptor folder_;
+    Descriptor file_; // the lock, if there is one
+    std::string name_;
 };
 
 // "8:16-42": a device number may come to belong to another device, the kernel's running number of media does not.

@@ -132,16 +132,20 @@ class Locks {
     Outcome outcome_of(const Job &job) {
         return guarded([&] { return read_locked(job); });
     }
+    void let_go() {
+        if (folder_) folder_->let_go();
+    }
 
   private:
     Outcome read_locked(const Job &job) {
         const std::string name = job.lock ? job.lock() : "";
+        if (name.empty()) let_go();
         if (name.empty() || !open()) return read_answer(job);
         while (true) {
-            const LockAnswer answer = folder_->take(name);
-            if (!answer.holder) return read_answer(job);
-            const auto age = system_clock::now() - answer.holder->since;
-            if (age >= kPatience || age < milliseconds(0)) return held_by(*answer.holder);
+            const std::optional<Holder> holder = folder_->take(name);
+            if (!holder) return read_answer(job);
+            const auto age = system_clock::now() - holder->since;
+            if (age >= kPatience || age < milliseconds(0)) return held_by(*holder);
             std::this_thread::sleep_for(kRetry);
         }
     }
@@ -188,6 +192,7 @@ void be_a_worker(const Employment &employment) {
         if (!send(*next, locks.outcome_of(employment.jobs[*next]))) _exit(1);
         place.job.store(-1);
     }
+    locks.let_go();
     _exit(0);
 }
 

@@ -242,7 +242,8 @@ TEST(Isolated, NothingThatARunCommandPrintsGetsOut) {
 pid_t holder_of(const std::string &folder, const std::string &name, useconds_t microseconds) {
     const pid_t child = fork();
     if (child == 0) {
-        const LockAnswer answer = LockFolder::open(folder)->take(name);
+        auto locks = LockFolder::open(folder);
+        if (locks->take(name)) _exit(1);
         usleep(microseconds);
         _exit(0);
     }
