@@ -59,6 +59,7 @@ struct Worker {
     std::string received;
     std::size_t place = 0;
     bool has_answered = false;
+    bool has_news = false; // or has ended
 };
 
 // False at the end of the pipe.
@@ -232,10 +233,22 @@ class Crew {
         return std::max<std::int64_t>(0, std::min(next - now, work_.limit.count()));
     }
 
+    // While there is a queue, several answers are taken at a time: being woken for each costs as much as taking it. A
+    // fraction of the time so far, so that nobody waits long for the last ones.
+    [[nodiscard]] int pause_for_more() const {
+        constexpr std::int64_t kFraction = 8;
+        constexpr std::int64_t kLongest = 4; // ms
+        if (board_.waiting() == 0) return 0;
+        return static_cast<int>(std::min((now_milliseconds() - begun_) / kFraction, kLongest));
+    }
+
     void wait_for_news() {
         std::vector<pollfd> polled{{signals_.descriptor(), POLLIN, 0}};
         for (const Worker &worker : workers_) polled.push_back({worker.pipe.get(), POLLIN, 0});
-        poll(polled.data(), polled.size(), static_cast<int>(next_news()));
+        if (const int pause = pause_for_more(); pause > 0) poll(polled.data(), 1, pause);
+        const bool is_told = poll(polled.data(), polled.size(), static_cast<int>(next_news())) >= 0;
+        auto next = polled.begin();
+        for (Worker &worker : workers_) worker.has_news = !is_told || (++next)->revents != 0;
         if (const std::optional<int> signal = signals_.pending()) {
             kill_all();
             signals_.end_by(*signal);
@@ -244,6 +257,10 @@ class Crew {
 
     void collect() {
         for (auto worker = workers_.begin(); worker != workers_.end();) {
+            if (!worker->has_news) {
+                ++worker;
+                continue;
+            }
             const bool lives = receive(*worker);
             take_messages(*worker);
             if (lives) {
@@ -351,6 +368,7 @@ class Crew {
     std::list<Worker> workers_;
     std::size_t first_crew_ = 1;
     std::size_t hired_ = 0;
+    std::int64_t begun_ = now_milliseconds();
     std::int64_t last_hired_ = 0; // or found enough
     std::size_t answers_ = 0;     // since then
     std::int64_t last_tick_ = now_milliseconds();
