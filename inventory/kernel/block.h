@@ -88,7 +88,7 @@ class Hosts {
 };
 
 // Where a drive is and on what transport: read off its path.
-void tell_place(const Block &block, Hosts &hosts);
+void tell_place(const Block &block, Hosts &hosts, const Wanted &wanted);
 // Who it is.
 void tell_hardware(const Block &block, const Wanted &wanted);
 // After the database has spoken: what the medium is, and why a fact is missing.

@@ -71,15 +71,15 @@ const std::string &Hosts::driver(const std::string &host) {
     return place->second;
 }
 
-void tell_place(const Block &block, Hosts &hosts) {
+void tell_place(const Block &block, Hosts &hosts, const Wanted &wanted) {
     Thing &thing = *block.thing;
     const bool is_nvme = std::string_view(block.row->tran) == "nvme";
     const Place place = is_nvme ? nvme_place(block) : block.place;
     const std::string driver = driver_of(block, hosts);
     thing.tell("hctl", place.scsi_address, Source::kKernel, "path in /sys");
-    thing.tell("pci", place.pci, Source::kKernel, "path in /sys");
-    thing.tell("port", port_of(place), Source::kKernel, "path in /sys");
-    thing.tell("driver", driver, Source::kKernel, is_scsi(block) ? "proc_name" : "driver");
+    if (wanted.has("pci")) thing.tell("pci", place.pci, Source::kKernel, "path in /sys");
+    if (wanted.has("port")) thing.tell("port", port_of(place), Source::kKernel, "path in /sys");
+    if (wanted.has("driver")) thing.tell("driver", driver, Source::kKernel, is_scsi(block) ? "proc_name" : "driver");
     std::string tran = block.row->tran;
     if (tran.empty() && is_scsi(block)) tran = scsi_transport(place, driver);
     thing.tell("tran", tran, Source::kKernel, "path in /sys");

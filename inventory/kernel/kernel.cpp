@@ -225,7 +225,7 @@ bool KernelReader::is_about(const Entry &entry, const Thing &thing, const Folder
 void KernelReader::tell_database(Thing &thing, const Numbers &numbers, const Folder &folder) {
     if (!wanted_.database() && !wanted_.uses()) return;
     const Entry entry = database_.entry(numbers.major, numbers.minor);
-    if (!is_about(entry, thing, folder)) return;
+    if (entry.lines.empty() || !is_about(entry, thing, folder)) return;
     if (entry.known) examined_.insert(&thing);
     tell_entry(thing, entry);
 }
@@ -246,7 +246,7 @@ void KernelReader::tell_kind(Block &block) {
     case ThingKind::kMapped: tell_mapped(block, wanted_); break;
     default:
         block.unit = Folder(block.folder, "device");
-        tell_place(block, hosts_);
+        tell_place(block, hosts_, wanted_);
         tell_hardware(block, wanted_);
         break;
     }
@@ -266,7 +266,9 @@ void KernelReader::tell_measures(const Block &block) {
     if (thing.kind() == ThingKind::kPartition) return;
     tell_attributes(thing, block.folder, kWhole, wanted_);
     if (is_missing(thing.value("diskseq"))) tell_attributes(thing, block.folder, kDiskseq, wanted_);
-    if (is_missing(thing.value("start"))) thing.tell("start", std::uint64_t{0}, Source::kKernel, "size");
+    if (wanted_.has("start") && is_missing(thing.value("start")))
+        thing.tell("start", std::uint64_t{0}, Source::kKernel, "size");
+    if (!wanted_.has("blocks")) return;
     const auto size = thing.number("size");
     const auto sector = thing.number("sector");
     if (size && sector && *sector > 0) thing.tell("blocks", *size / *sector, Source::kKernel, "size");
@@ -285,7 +287,7 @@ void KernelReader::put_off(Block &block, const Numbers &numbers) {
     for (const char *key : {"name", "path"}) {
         block.thing->tell(key, "/dev/" + block.name, Source::kKernel, kClass);
     }
-    tell_place(block, hosts_);
+    tell_place(block, hosts_, wanted_);
     tell_numbers(block, numbers);
     if (wanted_.uses()) {
         const Folder folder(class_, block.name);

@@ -52,6 +52,9 @@ void take_part(Place &place, std::string_view part) {
         return;
     }
     for (const PartRule &rule : kRules) {
+        const char first = rule.pattern.front();
+        const bool is_literal = first != '#' && first != '%';
+        if (is_literal && part.front() != first) continue; // most
         if (!fits(part, rule.pattern)) continue;
         place.*rule.part = part; // the one nearest to the device stays
         return;

@@ -55,7 +55,8 @@ std::string port_of(const Place &place) {
 }
 
 void tell_scsi_unit(Thing &thing, const Folder &unit, const Wanted &wanted) {
-    const bool may_be_ata = thing.kind() == ThingKind::kDrive && wanted.any({"model", "firmware", "rpm", "serial"});
+    const bool may_be_ata =
+        thing.kind() == ThingKind::kDrive && wanted.any({"model", "firmware", "rpm", "serial", "wwn"});
     const std::string vendor = may_be_ata || wanted.has("vendor") ? unit.text("vendor") : "";
     if (wanted.has("vendor")) thing.tell("vendor", vendor, Source::kKernel, "vendor");
     tell_attributes(thing, unit, kScsi, wanted);

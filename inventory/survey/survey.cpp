@@ -40,7 +40,7 @@ std::vector<std::string> keys_of(const Request &request) {
         const std::vector<std::string> needed = keys_for_asking(request.keys);
         keys.insert(keys.end(), needed.begin(), needed.end());
     }
-    if (shows_any(request, kIdentity)) keys.insert(keys.end(), {"serial", "tran", "hctl", "pci"});
+    if (shows_any(request, kIdentity)) keys.insert(keys.end(), {"serial", "tran", "hctl"});
     if (shows_any(request, kPaths)) keys.insert(keys.end(), std::begin(kUnit), std::end(kUnit));
     return keys;
 }
@@ -79,13 +79,17 @@ std::vector<Thing *> find_twins(Machine &machine) {
 }
 
 // Whether drives of one serial number are one drive is told by facts that nobody wants to see: they are read for those.
-void read_units(const std::vector<Thing *> &twins) {
-    const KernelRequest request{false, {std::begin(kUnit), std::end(kUnit)}};
+void read_units(const std::vector<Thing *> &twins, const std::vector<std::string> &known_keys) {
+    std::vector<std::string> keys;
+    for (const char *key : kUnit) {
+        if (std::find(known_keys.begin(), known_keys.end(), key) == known_keys.end()) keys.emplace_back(key);
+    }
+    const KernelRequest request{false, keys};
     KernelDetails details(request);
     for (Thing *twin : twins) {
         Thing unit = *twin;
         if (!details.read(unit)) continue;
-        for (const char *key : kUnit) {
+        for (const std::string &key : keys) {
             const Fact *known = twin->fact(key);
             if (known != nullptr && !known->words.empty()) continue;
             const Fact *read = unit.fact(key);
@@ -99,7 +103,8 @@ void read_units(const std::vector<Thing *> &twins) {
 
 void tell_identities(Machine &machine, const Request &request) {
     if (!shows_any(request, kIdentity)) return;
-    if (!keys_of(request).empty() && !shows_any(request, kPaths)) read_units(find_twins(machine));
+    const std::vector<std::string> keys = keys_of(request);
+    if (!keys.empty() && !shows_any(request, kPaths)) read_units(find_twins(machine), keys);
     relate_identities(machine);
 }
 

@@ -8,6 +8,7 @@
 #include <libsmartcols.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <clocale>
 #include <cstdlib>
 #include <memory>
@@ -124,9 +125,19 @@ void print_lines(const Table &table, const Branch &branch, const Style &style, s
     }
 }
 
+bool is_plain(const TextBranch &branch) {
+    const auto is_ascii = [](const std::string &cell) {
+        return std::all_of(cell.begin(), cell.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+    };
+    return std::all_of(branch.begin(), branch.end(), [&](const TextRow &row) {
+        return std::all_of(row.cells.begin(), row.cells.end(), is_ascii) && is_plain(row.below);
+    });
+}
+
 void print_text(const Table &table, const Style &style, std::FILE *out) {
-    // Only for the width of characters and the shape of the tree; the library is called before this, in the C locale.
-    std::setlocale(LC_CTYPE, "");
+    TextBranch rows = to_texts(table, table.root, style);
+    // Only for the width of characters and the shape of the tree: the C library reads five files for it.
+    if (draws_tree(style) || !is_plain(rows)) std::setlocale(LC_CTYPE, "");
     const ScolsTable rendered(scols_new_table());
     if (!rendered) throw std::bad_alloc();
     const bool colour = style.format == Format::kTable && wants_colour(out);
@@ -134,7 +145,6 @@ void print_text(const Table &table, const Style &style, std::FILE *out) {
     check(scols_table_enable_colors(rendered.get(), colour ? 1 : 0));
     enable_format(rendered.get(), style);
     add_columns(rendered.get(), table, style, colour);
-    TextBranch rows = to_texts(table, table.root, style);
     if (style.format == Format::kTable) fit_to_terminal(table.columns, rows, draws_tree(style), out);
     add_rows(rendered.get(), rows, style, nullptr);
     check(scols_print_table(rendered.get()));
