@@ -1,5 +1,7 @@
 #include "foundation/errors.h"
 
+#include "foundation/text.h"
+
 #include <cstdarg>
 #include <cstdio>
 
@@ -28,7 +30,12 @@ void record(uint32_t category, const char *format, va_list arguments) noexcept {
     if (text == nullptr || format == nullptr) return;
     // An argument may be the category's own message, so the text is formed before the old one goes.
     Message formed{};
-    std::vsnprintf(formed.text, kMessageSize, format, arguments);
+    va_list plain;
+    va_copy(plain, arguments);
+    if (join_plainly(formed.text, kMessageSize, format, plain) < 0) {
+        std::vsnprintf(formed.text, kMessageSize, format, arguments);
+    }
+    va_end(plain);
     for (size_t i = 0; i < kMessageSize; ++i) text[i] = formed.text[i];
     text[kMessageSize] = '\0';
 }

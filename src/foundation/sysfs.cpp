@@ -71,30 +71,25 @@ bool is_generic(const char *name, int generic) noexcept { return generic != 0 ||
 void format_attribute_path(char (&path)[kPathSize], const char *name, const char *attribute, int generic,
                            int partition) noexcept {
     if (is_generic(name, generic)) {
-        std::snprintf(path, kPathSize, "%s/%s/device/%s", kSysGeneric, name, attribute);
-        return;
+        return join_text(path, kPathSize, {kSysGeneric, "/", name, "/device/", attribute});
     }
-    constexpr int kDirectoryLength = 7;
+    constexpr size_t kDirectoryLength = 7;
     const int digit = first_digit_index(name);
-    const int kept = std::min(digit + 1, kDirectoryLength);
-    if (digit < 0) {
-        std::snprintf(path, kPathSize, "%s/%s/device/%s", kSysBlock, name, attribute);
-    } else if (partition != 0) {
-        std::snprintf(path, kPathSize, "%s/%.*s/%s/%s", kSysBlock, kept, name, name, attribute);
-    } else {
-        std::snprintf(path, kPathSize, "%s/%.*s/device/%s", kSysBlock, kept, name, attribute);
-    }
+    const std::string_view whole = name;
+    const std::string_view disk = digit < 0 ? whole : whole.substr(0, std::min<size_t>(digit + 1U, kDirectoryLength));
+    const bool of_partition = digit >= 0 && partition != 0;
+    join_text(path, kPathSize, {kSysBlock, "/", disk, "/", of_partition ? whole : "device", "/", attribute});
 }
 
-// The newer form of the same path. False without memory or when it cannot be formatted.
+// The newer form of the same path. False without memory.
 bool format_value_path(char (&path)[kLongPathSize], const char *name, const char *attribute, int generic,
                        int partition) noexcept {
     const size_t length = std::strlen(attribute);
     const auto limit = [](size_t size) noexcept { return std::min(size, kLongPathSize); };
     const int digit = first_digit_index(name);
     if (is_generic(name, generic)) {
-        return std::snprintf(path, limit(std::strlen(name) + length + 33), "%s/%s/device/%s", kSysGeneric, name,
-                             attribute) >= 0;
+        join_text(path, limit(std::strlen(name) + length + 33), {kSysGeneric, "/", name, "/device/", attribute});
+        return true;
     }
     const bool of_partition = digit >= 1 && partition != 0;
     const bool named_by_letters = digit > 0 && (contains(name, "sd") || contains(name, "hd"));
@@ -104,10 +99,11 @@ bool format_value_path(char (&path)[kLongPathSize], const char *name, const char
         // Kept: one byte short of the text, which costs the attribute its last character, so that a partition's
         // attribute is not found.
         const size_t size = std::strlen(disk.get()) + std::strlen(name) + length + 13;
-        return std::snprintf(path, limit(size), "%s/%s/%s/%s", kSysBlock, disk.get(), name, attribute) >= 0;
+        join_text(path, limit(size), {kSysBlock, "/", disk.get(), "/", name, "/", attribute});
+        return true;
     }
-    return std::snprintf(path, limit(std::strlen(name) + length + 20), "%s/%s/device/%s", kSysBlock, disk.get(),
-                         attribute) >= 0;
+    join_text(path, limit(std::strlen(name) + length + 20), {kSysBlock, "/", disk.get(), "/device/", attribute});
+    return true;
 }
 
 } // namespace

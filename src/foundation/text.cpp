@@ -2,6 +2,7 @@
 
 #include "torvane.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdarg>
 #include <cstdint>
@@ -19,9 +20,9 @@ char *format_exactly(size_t size, const char *format, va_list arguments) noexcep
 
 constexpr size_t kShortText = 256; // holds nearly all texts
 
-// The text's length, or -1 when it is made of more than words and "%s" or does not fit. Most texts are paths, and a
-// fourth of what a disk costs in user space would go into their general formatting.
-int join_plainly(char (&text)[kShortText], const char *format, va_list arguments) noexcept {
+} // namespace
+
+int join_plainly(char *text, size_t size, const char *format, va_list arguments) noexcept {
     size_t used = 0;
     while (*format != '\0') {
         const char *piece = format;
@@ -36,7 +37,7 @@ int join_plainly(char (&text)[kShortText], const char *format, va_list arguments
             length = end == nullptr ? std::strlen(format) : static_cast<size_t>(end - format);
             format += length;
         }
-        if (length >= kShortText - used) return -1;
+        if (length >= size - used) return -1;
         std::memcpy(text + used, piece, length);
         used += length;
     }
@@ -44,7 +45,16 @@ int join_plainly(char (&text)[kShortText], const char *format, va_list arguments
     return static_cast<int>(used);
 }
 
-} // namespace
+void join_text(char *place, size_t size, std::initializer_list<std::string_view> pieces) noexcept {
+    if (size == 0) return;
+    for (const std::string_view piece : pieces) {
+        const size_t length = std::min(piece.size(), size - 1);
+        std::memcpy(place, piece.data(), length);
+        place += length;
+        size -= length;
+    }
+    *place = '\0';
+}
 
 CString make_text(const char *format, ...) noexcept {
     va_list arguments;
@@ -54,7 +64,7 @@ CString make_text(const char *format, ...) noexcept {
     va_list plain;
     va_copy(plain, arguments);
     char shorter[kShortText]; // formatted once, then copied
-    int length = join_plainly(shorter, format, plain);
+    int length = join_plainly(shorter, sizeof shorter, format, plain);
     va_end(plain);
     if (length < 0) length = std::vsnprintf(shorter, sizeof shorter, format, arguments);
     CString text;

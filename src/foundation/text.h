@@ -4,10 +4,20 @@
 
 #include "foundation/owners.h"
 
+#include <cstdarg>
 #include <cstddef>
 #include <cstring>
+#include <initializer_list>
+#include <string_view>
 
 namespace torvane {
+
+// The text's length, or -1 when it is made of more than words and "%s" or does not fit. Most texts are paths, and a
+// fourth of what a disk costs in user space would go into their general formatting.
+int join_plainly(char *text, size_t size, const char *format, va_list arguments) noexcept;
+
+// The pieces one after the other, cut to the room that there is.
+void join_text(char *place, size_t size, std::initializer_list<std::string_view> pieces) noexcept;
 
 // Formats into a heap string of just the needed size; null without memory.
 [[gnu::format(printf, 1, 2)]] CString make_text(const char *format, ...) noexcept;
