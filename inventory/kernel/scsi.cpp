@@ -27,12 +27,12 @@ std::string ata_transport(std::string_view driver) {
 }
 
 void tell_ata_identity(Thing &thing, const AtaIdentity &identity) {
-    constexpr const char *kPage = "vpd_pg89";
-    thing.tell("model", identity.model, Source::kIdentity, kPage);
-    thing.tell("firmware", identity.firmware, Source::kIdentity, kPage);
-    thing.tell("serial", identity.serial, Source::kIdentity, kPage);
-    thing.tell("wwn", identity.wwn, Source::kIdentity, kPage);
-    if (identity.rotation) thing.tell("rpm", *identity.rotation, Source::kIdentity, kPage);
+    constexpr const char *kIdentityPage = "vpd_pg89";
+    thing.tell("model", identity.model, Source::kIdentity, kIdentityPage);
+    thing.tell("firmware", identity.firmware, Source::kIdentity, kIdentityPage);
+    thing.tell("serial", identity.serial, Source::kIdentity, kIdentityPage);
+    thing.tell("wwn", identity.wwn, Source::kIdentity, kIdentityPage);
+    if (identity.rotation) thing.tell("rpm", *identity.rotation, Source::kIdentity, kIdentityPage);
 }
 
 } // namespace

@@ -25,8 +25,8 @@ constexpr std::size_t kJobsPerWorker = 8;
 constexpr std::int64_t kGrowth = 20; // ms
 // A worker that has been at one job for longer sits in the kernel and costs no processor, so it no longer counts
 // against the number at work; that is how hundreds of dead disks end within about one time limit.
-constexpr std::int64_t kSilent = 300; // ms
-constexpr std::int64_t kTick = 1000;  // ms
+constexpr std::int64_t kSilent = 300;      // ms
+constexpr std::int64_t kTickPeriod = 1000; // ms
 constexpr std::size_t kMostAlive = 256;
 constexpr const char *kNoResult = "the reader ended without a result";
 
@@ -222,8 +222,8 @@ class Crew {
 
     [[nodiscard]] std::int64_t next_news() const {
         const std::int64_t now = now_milliseconds();
-        std::int64_t next = now + kTick;
-        if (work_.tick) next = std::min(next, last_tick_ + kTick);
+        std::int64_t next = now + kTickPeriod;
+        if (work_.tick) next = std::min(next, last_tick_ + kTickPeriod);
         if (jobs_wait()) next = std::min(next, now + kGrowth);
         for (const Worker &worker : workers_) {
             const Place &place = board_.place(worker.place);
@@ -342,7 +342,7 @@ class Crew {
 
     void tick() {
         const std::int64_t now = now_milliseconds();
-        if (!work_.tick || now - last_tick_ < kTick) return;
+        if (!work_.tick || now - last_tick_ < kTickPeriod) return;
         last_tick_ = now;
         work_.tick();
     }

@@ -117,11 +117,11 @@ const CLI::Option *argument_at(const CLI::App &command, std::size_t place) {
 }
 
 // By what help calls it, argument or value of an option.
-struct Kind {
+struct WordKind {
     const char *name;
     void (*add)(Candidates &found);
 };
-constexpr Kind kKinds[] = {
+constexpr WordKind kKinds[] = {
     {"DEVICE", [](Candidates &found) { add_devices(has_node, found); }},
     {"DEVICE|SERIAL", [](Candidates &found) { add_devices(is_any, found); }},
     {"TEXT", [](Candidates &found) { add_devices(is_any, found); }},
@@ -164,7 +164,7 @@ constexpr Kind kKinds[] = {
 
 void add_values(const std::string &name, Candidates &found) {
     const auto *kind =
-        std::find_if(std::begin(kKinds), std::end(kKinds), [&](const Kind &k) { return k.name == name; });
+        std::find_if(std::begin(kKinds), std::end(kKinds), [&](const WordKind &k) { return k.name == name; });
     if (kind != std::end(kKinds)) kind->add(found);
 }
 
