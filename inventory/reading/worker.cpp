@@ -189,7 +189,10 @@ void be_a_worker(const Employment &employment) {
     for (; next; next = employment.board.take()) {
         place.since.store(now_milliseconds());
         place.job.store(static_cast<std::int64_t>(*next));
-        if (!send(*next, locks.outcome_of(employment.jobs[*next]))) _exit(1);
+        const Outcome outcome = locks.outcome_of(employment.jobs[*next]);
+        // With the last answer the parent may end, and this process with it.
+        if (employment.board.waiting() == 0) locks.let_go();
+        if (!send(*next, outcome)) _exit(1);
         place.job.store(-1);
     }
     locks.let_go();

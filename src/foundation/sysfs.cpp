@@ -76,7 +76,8 @@ void format_attribute_path(char (&path)[kPathSize], const char *name, const char
     constexpr size_t kDirectoryLength = 7;
     const int digit = first_digit_index(name);
     const std::string_view whole = name;
-    const std::string_view disk = digit < 0 ? whole : whole.substr(0, std::min<size_t>(digit + 1U, kDirectoryLength));
+    const std::string_view disk =
+        digit < 0 ? whole : std::string_view(name, std::min<size_t>(digit + 1U, kDirectoryLength));
     const bool of_partition = digit >= 0 && partition != 0;
     join_text(path, kPathSize, {kSysBlock, "/", disk, "/", of_partition ? whole : "device", "/", attribute});
 }
