@@ -77,7 +77,7 @@ void format_attribute_path(char (&path)[kPathSize], const char *name, const char
     const int digit = first_digit_index(name);
     const std::string_view whole = name;
     const std::string_view disk =
-        digit < 0 ? whole : std::string_view(name, std::min<size_t>(digit + 1U, kDirectoryLength));
+        digit < 0 ? whole : std::string_view(name, std::min<size_t>(static_cast<size_t>(digit) + 1, kDirectoryLength));
     const bool of_partition = digit >= 0 && partition != 0;
     join_text(path, kPathSize, {kSysBlock, "/", disk, "/", of_partition ? whole : "device", "/", attribute});
 }
