@@ -47,8 +47,6 @@ class Tools {
     std::string folder_;
 };
 
-std::string says(const std::string &text) { return "cat <<'END'\n" + text + "\nEND"; }
-
 const char *const kTwoAdapters = R"(
 /sys/bus/pci/drivers/megaraid_sas/0000:65:00.0/vendor = 0x1000\n
 /sys/bus/pci/drivers/mpi3mr/0000:66:00.0/vendor = 0x1000\n

@@ -41,6 +41,7 @@ std::string content_of(const std::string &path);
 void write_file(const std::string &path, std::string_view text, std::ios::openmode mode = std::ios::trunc);
 void make_link(const std::string &path, const std::string &target);
 void mount_at(const std::string &path, const char *source = nullptr); // a tree of its own, or another place's
+std::string says(std::string text);                                   // a shell's command
 void enter_namespace(); // once per process; from there on no mount of ours is seen outside
 
 // What storcli64 prints of a controller of one drive.

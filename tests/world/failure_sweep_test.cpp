@@ -113,6 +113,8 @@ class FailureSweep : public RaidTest {
         arcconf("Controllers found: 1\n",
                 {small_config() + device_section({.location = "Enclosure 0, Slot 8", .serial = "SPARE"})});
         megacli(kSmallLogical, kSmallPhysical);
+        world.file("/run/outputs/logical", kSmallLogical);
+        world.file("/run/outputs/physical", kSmallPhysical);
         lspci("01:00.0 RAID: One\n\tKernel modules: megaraid_sas\n");
         adapter("01:00.0", 4);
         const auto logical = logical_drive("sdl", 176, "4:2:0:0");

@@ -1,5 +1,6 @@
 #include "raid_tools.h"
 
+#include "../inventory/tree.h"
 #include "places.h"
 
 #include <span>
@@ -7,7 +8,7 @@
 namespace torvane::world {
 namespace {
 
-const std::string kOutputs = "/run/outputs/";
+using inventory::tests::says;
 
 std::string padded(const std::string &key, size_t colon, const std::string &value) {
     return "   " + key + std::string(colon - key.size(), ' ') + ": " + value + "\n";
@@ -61,26 +62,19 @@ void RaidTest::TearDown() {
     UsbTest::TearDown();
 }
 
-void RaidTest::prints(const std::string &name, const std::string &text) const { world.file(kOutputs + name, text); }
-
 void RaidTest::arcconf(const std::string &version, const std::vector<std::string> &configs) const {
-    prints("version", version);
-    for (size_t i = 0; i < configs.size(); ++i) prints("config" + std::to_string(i + 1), configs[i]);
-    world.program("arcconf", "case \"$*\" in\ngetversion) exec cat " + kOutputs + "version;;\n" +
-                                 "\"getconfig $2 AL\") exec cat " + kOutputs + "config$2;;\n*) exit 99;;\nesac");
+    std::string answers = "getversion) " + says(version) + ";;\n";
+    for (size_t i = 0; i < configs.size(); ++i)
+        answers += "\"getconfig " + std::to_string(i + 1) + " AL\") " + says(configs[i]) + ";;\n";
+    world.program("arcconf", "case \"$*\" in\n" + answers + "*) exit 99;;\nesac");
 }
 
 void RaidTest::megacli(const std::string &logical, const std::string &physical) const {
-    prints("logical", logical);
-    prints("physical", physical);
-    world.program("megacli", "case \"$*\" in\n\"-ldinfo -lAll -aAll\") exec cat " + kOutputs + "logical;;\n" +
-                                 "\"-pdlist -aAll\") exec cat " + kOutputs + "physical;;\n*) exit 99;;\nesac");
+    world.program("megacli", "case \"$*\" in\n\"-ldinfo -lAll -aAll\") " + says(logical) + ";;\n\"-pdlist -aAll\") " +
+                                 says(physical) + ";;\n*) exit 99;;\nesac");
 }
 
-void RaidTest::lspci(const std::string &output) const {
-    prints("lspci", output);
-    world.program("lspci", "[ \"$*\" = -v ] && exec cat " + kOutputs + "lspci");
-}
+void RaidTest::lspci(const std::string &output) const { world.program("lspci", "[ \"$*\" = -v ] && " + says(output)); }
 
 void RaidTest::adapter(const std::string &slot, int host) const {
     const std::string folder = "/sys/bus/pci/devices/0000:" + slot;

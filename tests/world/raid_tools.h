@@ -59,9 +59,6 @@ class RaidTest : public UsbTest {
 
     RaidController *list = nullptr;
     uint32_t count = 0;
-
-  private:
-    void prints(const std::string &name, const std::string &text) const;
 };
 
 } // namespace torvane::world

@@ -208,6 +208,11 @@ void free(void *block) noexcept {
 }
 
 #if defined(TORVANE_SANITIZE)
+// What is kept aside to find late uses is copied by every fork, of which a sweep makes thousands.
+const char *__asan_default_options() {
+    return "quarantine_size_mb=2:thread_local_quarantine_size_kb=64:malloc_context_size=8";
+}
+
 // The sanitizer's own takes memory past malloc().
 char *strdup(const char *text) noexcept {
     const size_t size = std::strlen(text) + 1;

@@ -341,7 +341,7 @@ TEST_F(InventorySweep, OfEveryReader) {
     mount_at("/tmp");
     const std::string folder = "/tmp/tools";
     fs::create_directories(folder);
-    std::ofstream(folder + "/storcli64") << "#!/bin/sh\ncat <<'END'\n" << kController << "\nEND\n";
+    std::ofstream(folder + "/storcli64") << "#!/bin/sh\n" << says(kController) << "\n";
     fs::permissions(folder + "/storcli64", fs::perms::owner_all);
     setenv("PATH", (folder + ":/usr/bin:/bin").c_str(), 1);
     for (const Operation &operation : kOperations) {
