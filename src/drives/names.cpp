@@ -33,7 +33,7 @@ int add_disk_of_line(const char *line, char ***names, uint32_t *count, OpenDisks
         row.name = name;
         length = static_cast<int>(std::strlen(name));
     }
-    CString path = make_text("/dev/%.*s", length, row.name);
+    CString path = joined({"/dev/", {row.name, static_cast<size_t>(length)}});
     if (!path) return fail(kDriveList, "failed to allocate name '%.*s'", length, row.name);
     if (!is_whole_disk(path.get(), disks)) return 0;
     if (add_drive_name_to_list(path.get(), names, count) != 0) return -1;

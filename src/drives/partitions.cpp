@@ -121,7 +121,7 @@ int add_partition(const char *name, uint64_t blocks, PartitionList *partitions, 
     if (name == nullptr || partitions == nullptr || entries == nullptr) return -1;
     if (!grow(*entries, partitions->count)) return fail(kGeometry, "failed to allocate partition for '%s'", name);
     PartitionRecord &entry = (*entries)[partitions->count - 1];
-    entry.name = make_text("/dev/%s", name).release();
+    entry.name = joined({"/dev/", name}).release();
     if (entry.name == nullptr) return fail(kGeometry, "failed to allocate partition name for '%s'", name);
     entry.size = blocks << kBlockShift;
     entry.number = partitions->count;

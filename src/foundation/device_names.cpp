@@ -73,22 +73,18 @@ int get_scsi_generic_name(const char *path, size_t size, char *buffer) noexcept 
 
 int allocate_scsi_generic_name(const char *path, char **name) noexcept {
     if (path == nullptr || name == nullptr) return -1;
-    char *token = nullptr;
-    if (allocate_last_token(path, "/", &token) < 0) return -1;
-    const CString disk(token);
-    const int digit = first_digit_index(token);
-    if (digit >= 0) token[digit] = '\0';
-    const CString link = make_text("/sys/block/%s/device/generic", token);
+    const std::string_view token = last_token(path, "/");
+    if (token.empty()) return -1;
+    const CString link = joined({kSysBlock, "/", without_digits(token), "/device/generic"});
     if (!link) return -1;
     char target[PATH_MAX];
     const ssize_t length = readlink(link.get(), target, sizeof target - 1);
     // Kept: the words name no link.
     if (length < 0) return fail(kSysfs, kFailedLink, "(null)", std::strerror(errno));
     target[length] = '\0';
-    char *last = nullptr;
-    if (allocate_last_token(target, "/", &last) < 0) return -1;
-    const CString generic(last);
-    CString device = make_text("/dev/%s", last);
+    const std::string_view generic = last_token(target, "/");
+    if (generic.empty()) return -1;
+    CString device = joined({"/dev/", generic});
     if (!device) return -1;
     *name = device.release();
     return static_cast<int>(std::strlen(*name));

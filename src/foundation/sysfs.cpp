@@ -19,10 +19,10 @@ int first_digit_index(const char *name) noexcept {
     return name[index] == '\0' ? -1 : static_cast<int>(index);
 }
 
-CString disk_name_prefix(const char *name) noexcept {
-    CString prefix(duplicate_nstr(name, std::strcspn(name, kDigits)));
-    if (!prefix) fail(kSysfs, "failed to allocate device name");
-    return prefix;
+std::string_view without_digits(std::string_view name) noexcept {
+    size_t length = 0;
+    while (length < name.size() && (name[length] < '0' || name[length] > '9')) ++length;
+    return {name.data(), length};
 }
 
 } // namespace torvane
@@ -65,46 +65,43 @@ bool scan_bounded(FILE *file, const char *format, char (&text)[kValueSize]) noex
     return bounded && std::fscanf(bounded.get(), format, text) >= 1;
 }
 
-bool is_generic(const char *name, int generic) noexcept { return generic != 0 || begins_with(name, "sg"); }
+bool is_generic(std::string_view name, int generic) noexcept { return generic != 0 || name.starts_with("sg"); }
 
 // /dev/sda12 is looked up below the directory sda1: the first digit stays with the disk's name.
-void format_attribute_path(char (&path)[kPathSize], const char *name, const char *attribute, int generic,
+void format_attribute_path(char (&path)[kPathSize], std::string_view name, const char *attribute, int generic,
                            int partition) noexcept {
     if (is_generic(name, generic)) {
         return join_text(path, kPathSize, {kSysGeneric, "/", name, "/device/", attribute});
     }
     constexpr size_t kDirectoryLength = 7;
-    const int digit = first_digit_index(name);
-    const std::string_view whole = name;
+    const size_t digit = without_digits(name).size();
+    const bool is_numbered = digit < name.size();
     const std::string_view disk =
-        digit < 0 ? whole : std::string_view(name, std::min<size_t>(static_cast<size_t>(digit) + 1, kDirectoryLength));
-    const bool of_partition = digit >= 0 && partition != 0;
-    join_text(path, kPathSize, {kSysBlock, "/", disk, "/", of_partition ? whole : "device", "/", attribute});
+        is_numbered ? std::string_view(name.data(), std::min(digit + 1, kDirectoryLength)) : name;
+    const bool of_partition = is_numbered && partition != 0;
+    join_text(path, kPathSize, {kSysBlock, "/", disk, "/", of_partition ? name : "device", "/", attribute});
 }
 
-// The newer form of the same path. False without memory.
-bool format_value_path(char (&path)[kLongPathSize], const char *name, const char *attribute, int generic,
+// The newer form of the same path.
+void format_value_path(char (&path)[kLongPathSize], std::string_view name, std::string_view attribute, int generic,
                        int partition) noexcept {
-    const size_t length = std::strlen(attribute);
     const auto limit = [](size_t size) noexcept { return std::min(size, kLongPathSize); };
-    const int digit = first_digit_index(name);
     if (is_generic(name, generic)) {
-        join_text(path, limit(std::strlen(name) + length + 33), {kSysGeneric, "/", name, "/device/", attribute});
-        return true;
+        return join_text(path, limit(name.size() + attribute.size() + 33),
+                         {kSysGeneric, "/", name, "/device/", attribute});
     }
-    const bool of_partition = digit >= 1 && partition != 0;
-    const bool named_by_letters = digit > 0 && (contains(name, "sd") || contains(name, "hd"));
-    const CString disk = of_partition || named_by_letters ? disk_name_prefix(name) : CString(duplicate_str(name));
-    if (!disk) return false;
-    if (of_partition) {
+    const std::string_view letters = without_digits(name);
+    const bool is_numbered = !letters.empty() && letters.size() < name.size();
+    if (is_numbered && partition != 0) {
         // Kept: one byte short of the text, which costs the attribute its last character, so that a partition's
         // attribute is not found.
-        const size_t size = std::strlen(disk.get()) + std::strlen(name) + length + 13;
-        join_text(path, limit(size), {kSysBlock, "/", disk.get(), "/", name, "/", attribute});
-        return true;
+        return join_text(path, limit(letters.size() + name.size() + attribute.size() + 13),
+                         {kSysBlock, "/", letters, "/", name, "/", attribute});
     }
-    join_text(path, limit(std::strlen(name) + length + 20), {kSysBlock, "/", disk.get(), "/device/", attribute});
-    return true;
+    constexpr size_t kNone = std::string_view::npos;
+    const bool named_by_letters = is_numbered && (name.find("sd") != kNone || name.find("hd") != kNone);
+    join_text(path, limit(name.size() + attribute.size() + 20),
+              {kSysBlock, "/", named_by_letters ? letters : name, "/device/", attribute});
 }
 
 } // namespace
@@ -133,22 +130,18 @@ int allocate_value_from_sys_file(const char *path, const char *format, char **va
 int get_value_from_sys(const char *path, const char *attribute, const char *format, int generic, int partition,
                        void *place) noexcept {
     if (path == nullptr || attribute == nullptr) return -1;
-    const size_t size = std::strlen(path) + 2;
-    const CString name(static_cast<char *>(std::calloc(1, size)));
-    if (!name || get_last_token(path, "/", size, name.get()) < 0) return -1;
     char attribute_path[kPathSize];
-    format_attribute_path(attribute_path, name.get(), attribute, generic, partition);
+    format_attribute_path(attribute_path, last_token(path, "/"), attribute, generic, partition);
     return read_value_from_sys_file(attribute_path, format, place);
 }
 
 int _get_value_from_sys(const char *path, const char *attribute, const char *format, int generic, int partition,
                         char **value) noexcept {
     if (path == nullptr || attribute == nullptr) return -1;
-    char *token = nullptr;
-    if (allocate_last_token(path, "/", &token) < 0) return -1;
-    const CString name(token);
+    const std::string_view name = last_token(path, "/");
+    if (name.empty()) return -1;
     char attribute_path[kLongPathSize];
-    if (!format_value_path(attribute_path, name.get(), attribute, generic, partition)) return -1;
+    format_value_path(attribute_path, name, attribute, generic, partition);
     return allocate_value_from_sys_file(attribute_path, format, value);
 }
 

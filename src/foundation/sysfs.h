@@ -28,8 +28,8 @@ constexpr int kSectorSize = 512;
 // Index of the first decimal digit of a name; -1 without one and for null.
 int first_digit_index(const char *name) noexcept;
 
-// The leading characters of a name before its first digit: the disk of sda1. Null without memory.
-CString disk_name_prefix(const char *name) noexcept;
+// The leading characters of a name before its first digit: the disk of sda1.
+std::string_view without_digits(std::string_view name) noexcept;
 
 } // namespace torvane
 

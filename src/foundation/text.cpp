@@ -56,6 +56,14 @@ void join_text(char *place, size_t size, std::initializer_list<std::string_view>
     *place = '\0';
 }
 
+CString joined(std::initializer_list<std::string_view> pieces) noexcept {
+    size_t size = 1;
+    for (const std::string_view piece : pieces) size += piece.size();
+    CString text(static_cast<char *>(std::malloc(size)));
+    if (text) join_text(text.get(), size, pieces);
+    return text;
+}
+
 CString make_text(const char *format, ...) noexcept {
     va_list arguments;
     va_start(arguments, format);

@@ -19,6 +19,9 @@ int join_plainly(char *text, size_t size, const char *format, va_list arguments)
 // The pieces one after the other, cut to the room that there is.
 void join_text(char *place, size_t size, std::initializer_list<std::string_view> pieces) noexcept;
 
+// The same as a heap string, uncut; null without memory.
+CString joined(std::initializer_list<std::string_view> pieces) noexcept;
+
 // Formats into a heap string of just the needed size; null without memory.
 [[gnu::format(printf, 1, 2)]] CString make_text(const char *format, ...) noexcept;
 
@@ -28,6 +31,12 @@ template <size_t Size> void copy_text(char (&destination)[Size], const char *sou
     std::memcpy(destination, source, length);
     destination[length] = '\0';
 }
+
+// What is behind the last delimiter but for those at the text's end; empty when there is nothing else.
+std::string_view last_token(std::string_view text, const char *delimiters) noexcept;
+
+// Without the white space that trim() cuts.
+std::string_view trimmed(const char *text) noexcept;
 
 inline bool contains(const char *text, const char *part) noexcept { return std::strstr(text, part) != nullptr; }
 inline bool equal(const char *a, const char *b) noexcept { return std::strcmp(a, b) == 0; }

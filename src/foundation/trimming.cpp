@@ -11,25 +11,9 @@ namespace {
 bool is_space(char c) noexcept { return std::isspace(static_cast<unsigned char>(c)) != 0; }
 bool is_digit(char c) noexcept { return std::isdigit(static_cast<unsigned char>(c)) != 0; }
 
-struct Kept {
-    size_t start;
-    size_t length;
-};
-
-// Index 0 never counts as trailing and the last index never as leading, so a lone blank is kept.
-Kept trimmed(const char *string) noexcept {
-    const size_t length = std::strlen(string);
-    if (length == 0) return {0, 0};
-    size_t lead = 0;
-    while (lead < length - 1 && is_space(string[lead])) ++lead;
-    size_t end = length;
-    while (end > 1 && is_space(string[end - 1])) --end;
-    return end > lead ? Kept{lead, end - lead} : Kept{0, 0};
-}
-
-void keep(const char *source, Kept kept, char *destination) noexcept {
-    std::memmove(destination, source + kept.start, kept.length);
-    destination[kept.length] = '\0';
+void keep(std::string_view kept, char *destination) noexcept {
+    std::memmove(destination, kept.data(), kept.size());
+    destination[kept.size()] = '\0';
 }
 
 size_t length_without_digits(const char *string) noexcept {
@@ -40,9 +24,24 @@ size_t length_without_digits(const char *string) noexcept {
 
 } // namespace
 
+namespace torvane {
+
+// Index 0 never counts as trailing and the last index never as leading, so a lone blank is kept.
+std::string_view trimmed(const char *text) noexcept {
+    const size_t length = std::strlen(text);
+    if (length == 0) return {text, 0};
+    size_t lead = 0;
+    while (lead < length - 1 && is_space(text[lead])) ++lead;
+    size_t end = length;
+    while (end > 1 && is_space(text[end - 1])) --end;
+    return {text + lead, end > lead ? end - lead : 0};
+}
+
+} // namespace torvane
+
 int trim(const char *source, char *destination) noexcept {
     if (source == nullptr || destination == nullptr) return -1;
-    keep(source, trimmed(source), destination);
+    keep(trimmed(source), destination);
     return 0;
 }
 
@@ -50,8 +49,7 @@ int trim_in_place(char *string) noexcept { return trim(string, string); }
 
 char *trim_new(const char *string) noexcept {
     if (string == nullptr) return nullptr;
-    const Kept kept = trimmed(string);
-    return duplicate_nstr(string + kept.start, kept.length);
+    return joined({trimmed(string)}).release();
 }
 
 char *truncate_numbers_new(const char *string) noexcept {

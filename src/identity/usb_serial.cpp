@@ -38,10 +38,9 @@ size_t length_to_usb_device(const char *target) noexcept {
 
 int read_usb_serial(const char *path, char **serial) noexcept {
     if (path == nullptr || *path == '\0') return -1;
-    char *token = nullptr;
-    if (allocate_last_token(path, "/", &token) < 0) return fail(kIdentity, "failed to allocate usb serial number");
-    const CString name(token);
-    const CString link = make_text("%s/%s", kSysBlock, name.get());
+    const std::string_view name = last_token(path, "/");
+    if (name.empty()) return fail(kIdentity, "failed to allocate usb serial number");
+    const CString link = joined({kSysBlock, "/", name});
     if (!link) return fail(kIdentity, "failed to allocate sys path for usb serial number");
     char target[PATH_MAX];
     const ssize_t length = readlink(link.get(), target, sizeof target - 1);
@@ -50,7 +49,7 @@ int read_usb_serial(const char *path, char **serial) noexcept {
     char *usb = std::strstr(target, "usb");
     if (usb == nullptr) return fail(kIdentity, "no usb directory found in '%s'", target);
     if (!cut_at_interface(usb)) return -1;
-    const CString attribute = make_text("%s/%s/serial", kSysBlock, target);
+    const CString attribute = joined({kSysBlock, "/", target, "/serial"});
     if (!attribute) return fail(kIdentity, "failed to alloc usb serial path");
     char *value = nullptr;
     if (allocate_value_from_sys_file(attribute.get(), kWholeLine, &value) != 0) return -1;
