@@ -3,6 +3,7 @@
 #include "commands/completion.h"
 
 #include "commands/commands.h"
+#include "commands/devices.h"
 #include "inventory/bays/bays.h"
 #include "inventory/kernel/kernel.h"
 #include "inventory/usb/usb.h"
@@ -78,13 +79,9 @@ void add_commands_below(const CLI::App &command, Candidates &found) {
 void add_columns(const char *separators, Candidates &found) {
     const std::size_t last = found.typed().tail.find_last_of(separators);
     found.start_after(last == std::string::npos ? 0 : last + 1);
-    for (const Column *column : columns_of(~0U)) found.add(column->heading, column->meaning);
+    for (const Column *column : columns_of(kAnything)) found.add(column->heading, column->meaning);
 }
 
-bool is_usb(const Thing &thing) {
-    return thing.kind() == ThingKind::kUsbInterface || !thing.related(inventory::RelationKind::kOnUsb).empty();
-}
-bool is_optical(const Thing &thing) { return thing.kind() == ThingKind::kOptical; }
 bool has_node(const Thing &thing) { return !thing.text("path").empty(); }
 bool is_any(const Thing & /*thing*/) { return true; }
 

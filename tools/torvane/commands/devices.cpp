@@ -44,7 +44,7 @@ bool is_generic(dev_t device) {
 }
 
 std::string row_of(const Thing &thing) {
-    std::string row = short_name(thing.text("name").empty() ? thing.id() : thing.text("name"));
+    std::string row = name_of(thing);
     for (const char *key : {"serial", "model", "wwn"}) {
         const std::string text = thing.text(key);
         if (!text.empty()) row += "  " + text;
@@ -69,6 +69,18 @@ void tell_candidates(const std::string &text, const std::vector<Thing *> &things
 }
 
 } // namespace
+
+std::string name_of(const Thing &thing) {
+    const std::string name = thing.text("name");
+    return short_name(name.empty() ? thing.id() : name);
+}
+
+bool is_usb(const Thing &thing) {
+    return thing.kind() == inventory::ThingKind::kUsbInterface ||
+           !thing.related(inventory::RelationKind::kOnUsb).empty();
+}
+
+bool is_optical(const Thing &thing) { return thing.kind() == inventory::ThingKind::kOptical; }
 
 bool names_a_file(const std::string &text) {
     struct stat status {};

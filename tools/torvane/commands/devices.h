@@ -14,6 +14,12 @@ namespace tool {
 // /dev/disk/by-id/... are followed. Whatever is no such device is a trouble, and is not opened.
 std::string kernel_name_of(const std::string &text, Troubles &troubles);
 
+// What a thing is called: by the kernel, without /dev, or by whoever told of it.
+std::string name_of(const inventory::Thing &thing);
+
+bool is_usb(const inventory::Thing &thing);
+bool is_optical(const inventory::Thing &thing);
+
 // Whether the text names something in the file system, here or in /dev.
 bool names_a_file(const std::string &text);
 

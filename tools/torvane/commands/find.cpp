@@ -18,8 +18,6 @@ struct FindOptions {
     std::string text;
 };
 
-constexpr unsigned kAnything = ~0U;
-
 std::string joined(const Thing &thing, const Style &style, std::initializer_list<const char *> keys) {
     std::string text;
     for (const char *key : keys) {

@@ -1,6 +1,7 @@
 // torvane health: one line a problem, for monitoring.
 #include "inventory/raid/health.h"
 #include "commands/commands.h"
+#include "commands/devices.h"
 #include "commands/looks.h"
 #include "output/text.h"
 
@@ -15,11 +16,6 @@ struct HealthOptions {
     bool json = false;
     double timeout = kDefaultSeconds;
 };
-
-std::string name_of(const inventory::Thing &thing) {
-    const std::string name = thing.text("name");
-    return short_name(name.empty() ? thing.id() : name);
-}
 
 int run(const HealthOptions &options) {
     inventory::Request request;

@@ -1,6 +1,7 @@
 // torvane metrics: the machine's drives as OpenMetrics text, for a collector of text files.
 #include "output/metrics.h"
 #include "commands/commands.h"
+#include "commands/devices.h"
 #include "commands/looks.h"
 #include "inventory/raid/health.h"
 #include "output/messages.h"
@@ -25,15 +26,10 @@ struct MetricsOptions {
     std::string file;
 };
 
-constexpr unsigned kDrives =
+constexpr unsigned kMeasuredDrives =
     inventory::bit(ThingKind::kDrive) | inventory::bit(ThingKind::kOptical) | inventory::bit(ThingKind::kMember);
-constexpr unsigned kArrays =
+constexpr unsigned kMeasuredArrays =
     inventory::bit(ThingKind::kArray) | inventory::bit(ThingKind::kLogical) | inventory::bit(ThingKind::kController);
-
-std::string name_of(const Thing &thing) {
-    const std::string name = thing.text("name");
-    return short_name(name.empty() ? thing.id() : name);
-}
 
 // What stays the same when names change from boot to boot.
 Labels labels_of(const Thing &thing) {
@@ -49,7 +45,7 @@ template <class Use> void for_each(const Machine &machine, unsigned kinds, Use u
 void add_numbers(Metrics &metrics, const Machine &machine, const char *name, const char *key, const char *help,
                  const char *unit = "") {
     metrics.family(name, "gauge", help, unit);
-    for_each(machine, kDrives, [&](const Thing &thing) {
+    for_each(machine, kMeasuredDrives, [&](const Thing &thing) {
         const auto number = thing.number(key);
         if (number) metrics.sample(labels_of(thing), static_cast<double>(*number));
     });
@@ -57,7 +53,7 @@ void add_numbers(Metrics &metrics, const Machine &machine, const char *name, con
 
 void add_drives(Metrics &metrics, const Machine &machine, bool defects) {
     metrics.family("torvane_drive", "info", "What each drive is and where it sits.");
-    for_each(machine, kDrives, [&](const Thing &thing) {
+    for_each(machine, kMeasuredDrives, [&](const Thing &thing) {
         Labels labels = labels_of(thing);
         for (const char *key : {"type", "model", "firmware", "tran", "media", "enclosure", "bay"}) {
             labels.emplace_back(key, thing.text(key));
@@ -74,18 +70,18 @@ void add_drives(Metrics &metrics, const Machine &machine, bool defects) {
     add_numbers(metrics, machine, "torvane_drive_media_errors", "media_errors",
                 "Errors of the medium, as a RAID tool tells.");
     metrics.family("torvane_drive_unanswered", "gauge", "1 when something of the drive could not be read.");
-    for_each(machine, kDrives, [&](const Thing &thing) {
+    for_each(machine, kMeasuredDrives, [&](const Thing &thing) {
         const auto *failed = std::get_if<std::vector<std::string>>(&thing.value("failed"));
         metrics.sample(labels_of(thing), failed != nullptr && !failed->empty() ? 1 : 0);
     });
     metrics.family("torvane_drive_duplicate_serial", "gauge", "1 when another drive has the same serial number.");
-    for_each(machine, kDrives,
+    for_each(machine, kMeasuredDrives,
              [&](const Thing &thing) { metrics.sample(labels_of(thing), thing.flag("duplicate_serial") ? 1 : 0); });
 }
 
 void add_arrays(Metrics &metrics, const Machine &machine) {
     metrics.family("torvane_raid", "info", "RAID controllers, logical drives and md arrays.");
-    for_each(machine, kArrays, [&](const Thing &thing) {
+    for_each(machine, kMeasuredArrays, [&](const Thing &thing) {
         Labels labels{{"device", name_of(thing)}};
         for (const char *key : {"type", "level", "state", "model", "serial"}) labels.emplace_back(key, thing.text(key));
         metrics.info(labels);

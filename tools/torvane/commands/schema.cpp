@@ -15,7 +15,6 @@ using inventory::bit;
 using inventory::ThingKind;
 
 constexpr const char *kBase = "urn:torvane:schema:";
-constexpr unsigned kAnything = ~0U;
 constexpr unsigned kPartitions = bit(ThingKind::kPartition);
 constexpr unsigned kControllers = bit(ThingKind::kController);
 constexpr unsigned kLogicals = bit(ThingKind::kLogical);
@@ -85,8 +84,6 @@ Json document(const char *name, const char *title, Json properties, Json require
     schema["$defs"] = std::move(definitions);
     return schema;
 }
-
-constexpr unsigned kWholes = kListedKinds & ~kPartitions;
 
 Json list_schema() {
     return document("list",

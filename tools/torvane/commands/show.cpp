@@ -26,7 +26,6 @@ struct ShowOptions {
     std::string target;
 };
 
-constexpr unsigned kAnything = ~0U;
 constexpr int kLabelWidth = 25; // of the longest label, "Manufacturer defect bytes"
 
 void print_line(std::string_view label, std::string_view text) {

@@ -35,8 +35,6 @@ Wire read_tray(const std::string &path) {
     return {{"tray_open", open != 0}, {"has_disc", disc != 0}};
 }
 
-bool is_optical(const Thing &thing) { return thing.kind() == inventory::ThingKind::kOptical; }
-
 int tray(const TrayOptions &options) {
     const Found found = look_up(options.target, to_limit(options.timeout), is_optical);
     const Thing *drive = only_one(found, options.target, "an optical drive");

@@ -10,7 +10,6 @@ using inventory::Thing;
 using inventory::ThingKind;
 
 // JSON of a whole drive has the keys of all whole drives, null where it has none.
-constexpr unsigned kWholes = kListedKinds & ~inventory::bit(ThingKind::kPartition);
 // No machine stacks more; a chain that bites its tail would be followed for ever.
 constexpr unsigned kDeepest = 32;
 

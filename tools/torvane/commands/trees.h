@@ -13,6 +13,8 @@ inline constexpr unsigned kListedKinds =
     inventory::bit(inventory::ThingKind::kOptical) | inventory::bit(inventory::ThingKind::kVirtual) |
     inventory::bit(inventory::ThingKind::kMember);
 
+inline constexpr unsigned kWholes = kListedKinds & ~inventory::bit(inventory::ThingKind::kPartition);
+
 struct Arrangement {
     bool partitions = true;
     bool tree = false;         // what is built on a device below it, as often as it has parts; else every thing once

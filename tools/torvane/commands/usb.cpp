@@ -18,7 +18,7 @@ using inventory::RelationKind;
 using inventory::Thing;
 using inventory::ThingKind;
 
-constexpr std::chrono::milliseconds kPause{50};
+constexpr std::chrono::milliseconds kNodePause{50};
 const std::vector<std::string> kStates{"unbound", "bound", "node"};
 constexpr unsigned kUsbKinds =
     inventory::bit(ThingKind::kUsbInterface) | inventory::bit(ThingKind::kDrive) | inventory::bit(ThingKind::kOptical);
@@ -133,7 +133,7 @@ int set_state(const UsbOptions &options) {
 
 // The time limit of the process that waits ends this.
 int wait_for_node(ScsiDeviceInfo &unit) {
-    while (has_device_node(&unit) != 1) std::this_thread::sleep_for(kPause);
+    while (has_device_node(&unit) != 1) std::this_thread::sleep_for(kNodePause);
     return 0;
 }
 

@@ -1,5 +1,6 @@
 #include "commands/usb_devices.h"
 
+#include "commands/devices.h"
 #include "output/text.h"
 
 #include <algorithm>
@@ -10,15 +11,11 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds kSettling{5000};
-constexpr std::chrono::milliseconds kPause{200};
+constexpr std::chrono::milliseconds kSettlingPause{200};
 
 using inventory::RelationKind;
 using inventory::Thing;
 using inventory::ThingKind;
-
-bool is_usb(const Thing &thing) {
-    return thing.kind() == ThingKind::kUsbInterface || !thing.related(RelationKind::kOnUsb).empty();
-}
 
 // A stick's interface and its only device are one to people, and a card reader's serial number means all of it.
 void merge_devices(std::vector<Thing *> &things, const std::string &text) {
@@ -71,7 +68,7 @@ bool choose_usb(const std::string &text, std::chrono::milliseconds limit, UsbCho
     const auto end = Clock::now() + std::min(limit, kSettling);
     bool is_one = choose_once(text, limit, choice);
     while (is_one && choice.devices.empty() && Clock::now() < end) {
-        std::this_thread::sleep_for(kPause);
+        std::this_thread::sleep_for(kSettlingPause);
         is_one = choose_once(text, limit, choice);
     }
     if (is_one && choice.devices.empty()) complain("'" + choice.name + "' has no device of storage");

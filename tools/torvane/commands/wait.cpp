@@ -24,7 +24,7 @@ struct WaitOptions {
 
 // A look between two waits finds what came while nobody watched, and the library's match of name beginnings.
 constexpr uint32_t kSliceSeconds = 1;
-constexpr std::chrono::milliseconds kPause{200};
+constexpr std::chrono::milliseconds kLookPause{200};
 
 // A place in the file system, as opposed to a serial number or WWN.
 bool is_path(const std::string &text) { return text.find('/') != std::string::npos; }
@@ -52,7 +52,7 @@ void wait_a_slice(const fs::path &path, bool created, Clock::duration left) {
     if (is_path(path.string()) && left >= std::chrono::seconds(kSliceSeconds) &&
         wait_for(directory.c_str(), name.c_str(), kSliceSeconds) == 0)
         return;
-    if (Clock::now() - before < kPause) std::this_thread::sleep_for(std::min<Clock::duration>(left, kPause));
+    if (Clock::now() - before < kLookPause) std::this_thread::sleep_for(std::min<Clock::duration>(left, kLookPause));
 }
 
 // "" once it is so; else why not.

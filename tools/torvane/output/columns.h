@@ -11,6 +11,8 @@
 namespace tool {
 
 // The columns that things of these kinds can have, in the order of the table.
+inline constexpr unsigned kAnything = ~0U; // things of every kind
+
 Columns columns_of(unsigned kinds);
 
 // The column of this name, in any case; WrongUsage, with the nearest name, when there is none.

@@ -25,7 +25,7 @@ std::string words_of(const Trouble &trouble) {
     return "cannot read " + (trouble.what.empty() ? "the device" : trouble.what);
 }
 
-struct Line {
+struct Told {
     std::string words;
     std::string remedy;
     std::vector<std::string> sources;
@@ -39,12 +39,12 @@ std::string names_of(const std::vector<std::string> &sources) {
     return names;
 }
 
-std::vector<Line> lines_of(const Troubles &troubles) {
-    std::vector<Line> lines;
+std::vector<Told> lines_of(const Troubles &troubles) {
+    std::vector<Told> lines;
     for (const Trouble &trouble : troubles) {
         const std::string words = words_of(trouble);
         auto line = std::find_if(lines.begin(), lines.end(),
-                                 [&](const Line &l) { return l.words == words && l.remedy == trouble.remedy; });
+                                 [&](const Told &l) { return l.words == words && l.remedy == trouble.remedy; });
         if (line == lines.end()) line = lines.insert(lines.end(), {words, trouble.remedy, {}});
         const bool is_new =
             std::find(line->sources.begin(), line->sources.end(), trouble.source) == line->sources.end();
@@ -66,16 +66,16 @@ int refuse(std::string_view text, std::string_view command) {
 
 void tell(const Troubles &troubles) {
     std::fflush(stdout); // where both are one terminal or file, the answer comes first
-    std::vector<Line> lines = lines_of(troubles);
+    std::vector<Told> lines = lines_of(troubles);
     // What one remedy helps with stands together, and the remedy behind it.
     while (!lines.empty()) {
         const std::string remedy = lines.front().remedy;
-        for (const Line &line : lines) {
+        for (const Told &line : lines) {
             if (line.remedy != remedy) continue;
             complain(line.sources.front().empty() ? line.words : names_of(line.sources) + ": " + line.words);
         }
         if (!remedy.empty()) complain(remedy);
-        std::erase_if(lines, [&remedy](const Line &line) { return line.remedy == remedy; });
+        std::erase_if(lines, [&remedy](const Told &line) { return line.remedy == remedy; });
     }
 }
 

@@ -48,7 +48,7 @@ bool NewFile::take_free_place() const {
 bool NewFile::write_all(const void *bytes, std::size_t size) const {
     const auto *next = static_cast<const char *>(bytes);
     while (size > 0) {
-        const ssize_t count = write(fd_, next, size);
+        const ssize_t count = ::write(fd_, next, size);
         if (count < 0 && errno == EINTR) continue;
         if (count < 0) return false;
         next += count;
