@@ -5,6 +5,7 @@ internal function and table that it names, down to other exported functions, whi
 """
 import concurrent.futures
 import hashlib
+import itertools
 import json
 import os
 import pathlib
@@ -104,11 +105,20 @@ def template_key(cursor):
     return f"template {cursor.spelling}"
 
 
-def read_source(path, root, cached):
-    """One translation unit: USR -> {name, texts, names}; kept on disk under what it was made from."""
+def parse_together(paths, root):
+    """As one unit, as most of the time goes into the headers that they share; none where their names clash."""
+    text = "".join(f'#include "{path}"\n' for path in paths)
+    language = ["-x", "c++", "-std=c++20", f"-I{root}/src", f"-I{root}/include"]
+    try:
+        return [interface.parse(paths[0].parent / "together.cpp", language, text=text)]
+    except interface.HeaderError:
+        return [interface.parse(path, language) for path in paths]
+
+
+def read_folder(paths, root, cached):
+    """USR -> {name, texts, names}; kept on disk under what it was made from."""
     if cached.exists():
         return json.loads(cached.read_text())
-    unit = interface.parse(path, ["-x", "c++", "-std=c++20", f"-I{root}/src", f"-I{root}/include"])
     nodes = {}
 
     def visit(parent):
@@ -125,7 +135,8 @@ def read_source(path, root, cached):
                 nodes[template_key(cursor) if is_template else cursor.get_usr()] = node
                 visit(cursor)
 
-    visit(unit.cursor)
+    for unit in parse_together(paths, root):
+        visit(unit.cursor)
     cached.parent.mkdir(parents=True, exist_ok=True)
     cached.write_text(json.dumps(nodes))
     return nodes
@@ -136,10 +147,12 @@ def read_sources(root, cache):
     headers = sorted([*pathlib.Path(root, "src").rglob("*.h"), *pathlib.Path(root, "include").glob("*.h")])
     own = pathlib.Path(__file__)
     common = b"".join(path.read_bytes() for path in [*headers, own])
-    keys = [hashlib.sha256(str(path).encode() + common + path.read_bytes()).hexdigest() for path in sources]
+    folders = [list(paths) for _, paths in itertools.groupby(sources, lambda path: path.parent)]
+    keys = [hashlib.sha256(common + b"".join(str(path).encode() + path.read_bytes() for path in paths)).hexdigest()
+            for paths in folders]
     nodes = {}
     with concurrent.futures.ProcessPoolExecutor() as pool:
-        for part in pool.map(read_source, sources, [root] * len(sources), [pathlib.Path(cache, key) for key in keys]):
+        for part in pool.map(read_folder, folders, [root] * len(folders), [pathlib.Path(cache, key) for key in keys]):
             nodes.update(part)
     for stale in set(os.listdir(cache)) - set(keys):
         os.unlink(os.path.join(cache, stale))

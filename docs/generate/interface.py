@@ -119,8 +119,10 @@ def builtin_headers():
     return subprocess.run(["cc", "-print-file-name=include"], capture_output=True, text=True, check=True).stdout.strip()
 
 
-def parse(path, language=("-x", "c", "-std=c11"), options=0):
-    unit = cindex.Index.create().parse(str(path), args=[*language, "-isystem", builtin_headers()], options=options)
+def parse(path, language=("-x", "c", "-std=c11"), options=0, text=None):
+    """The file, or the text instead of what is in it."""
+    unit = cindex.Index.create().parse(str(path), args=[*language, "-isystem", builtin_headers()], options=options,
+                                       unsaved_files=[] if text is None else [(str(path), text)])
     errors = [str(note) for note in unit.diagnostics if note.severity >= cindex.Diagnostic.Error]
     if errors:
         raise HeaderError("\n".join(errors))
