@@ -29,7 +29,7 @@ namespace torvane {
 // Index 0 never counts as trailing and the last index never as leading, so a lone blank is kept.
 std::string_view trimmed(const char *text) noexcept {
     const size_t length = std::strlen(text);
-    if (length == 0) return {text, 0};
+    if (length == 0) return {text, length};
     size_t lead = 0;
     while (lead < length - 1 && is_space(text[lead])) ++lead;
     size_t end = length;

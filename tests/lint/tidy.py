@@ -160,6 +160,7 @@ def findings_of(unit: Unit) -> str:
     return findings
 
 
+os.nice(19)  # beside tests that have limits of time
 cache.mkdir(parents=True, exist_ok=True)
 VERSION = output_of("clang-tidy", "--version").encode()
 headers = headers_by_object()
