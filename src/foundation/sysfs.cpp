@@ -65,7 +65,7 @@ bool scan_bounded(FILE *file, const char *format, char (&text)[kValueSize]) noex
     return bounded && std::fscanf(bounded.get(), format, text) >= 1;
 }
 
-bool is_generic(std::string_view name, int generic) noexcept { return generic != 0 || name.starts_with("sg"); }
+bool is_generic(std::string_view name, int generic) noexcept { return generic != 0 || name.find("sg") == 0; }
 
 // /dev/sda12 is looked up below the directory sda1: the first digit stays with the disk's name.
 void format_attribute_path(char (&path)[kPathSize], std::string_view name, const char *attribute, int generic,
