@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -78,6 +79,27 @@ TEST(Render, HostileTextStaysOnItsLineAndInItsField) {
     for (const Format format : {Format::kTable, Format::kRaw, Format::kPairs}) {
         const std::string text = print(one_disk(kHostile), style_of(format));
         for (const char control : {'\x1b', '\x7f', '\xff'}) EXPECT_EQ(text.find(control), std::string::npos) << text;
+    }
+}
+
+// A backslash is for the library, everything else in these tables is not: the same table comes out.
+TEST(Render, PlainTablesAreThoseOfTheLibrary) {
+    for (const bool headings : {true, false}) {
+        for (const bool is_last : {true, false}) {
+            std::string printed[2];
+            for (const char slash : {'/', '\\'}) {
+                Table table = one_disk(std::string("A") + slash + "B");
+                table.root.rows.push_back({1, {{std::string("/dev/sdb"), {}}, {}, {}}, {}, false});
+                if (!is_last) {
+                    std::swap(table.columns.front(), table.columns.back());
+                    for (Row &row : table.root.rows) std::swap(row.cells.front(), row.cells.back());
+                }
+                std::string &text = printed[slash == '/' ? 0 : 1];
+                text = print(table, {.headings = headings, .tree = false});
+                std::replace(text.begin(), text.end(), '\\', '/');
+            }
+            EXPECT_EQ(printed[0], printed[1]);
+        }
     }
 }
 
