@@ -85,9 +85,28 @@ std::string_view without_zeros(std::string_view digits) {
     return first == std::string_view::npos ? digits.substr(digits.size()) : digits.substr(first);
 }
 
+// "sda" and "sdaa", by two characters that names of a driver share.
+bool is_same_family(std::string_view one, std::string_view other) {
+    if (one.size() < 2 || other.size() < 2) return one == other;
+    return one[0] == other[0] && one[1] == other[1];
+}
+
 } // namespace
 
 const Value &Fact::value() const { return words.empty() ? kMissing : words.front().value; }
+
+const Fact *Facts::find(std::size_t index) const {
+    const auto found = std::ranges::lower_bound(entries_, index, {}, &Entry::first);
+    return found != entries_.end() && found->first == index ? &found->second : nullptr;
+}
+
+Fact &Facts::operator[](std::size_t index) {
+    constexpr std::size_t kUsual = 12;
+    if (entries_.empty()) entries_.reserve(kUsual);
+    const auto place = std::ranges::lower_bound(entries_, index, {}, &Entry::first);
+    if (place != entries_.end() && place->first == index) return place->second;
+    return entries_.insert(place, {index, Fact{}})->second;
+}
 
 void Thing::tell(std::size_t index, Value value, Source source, std::string detail) {
     if (auto *text = std::get_if<std::string>(&value)) {
@@ -100,12 +119,11 @@ void Thing::tell(std::size_t index, Value value, Source source, std::string deta
 
 void Thing::lacks(std::string_view key, std::string reason) { facts_[index_of(key)].reason = std::move(reason); }
 
-void Thing::forget(std::string_view key) { facts_.erase(index_of(key)); }
-
-const Fact *Thing::fact(std::string_view key) const {
-    const auto found = facts_.find(index_of(key));
-    return found == facts_.end() ? nullptr : &found->second;
+void Thing::forget(std::string_view key) {
+    facts_.erase_if([index = index_of(key)](const Facts::Entry &entry) { return entry.first == index; });
 }
+
+const Fact *Thing::fact(std::string_view key) const { return facts_.find(index_of(key)); }
 
 const Value &Thing::value(std::string_view key) const {
     const Fact *known = fact(key);
@@ -169,7 +187,7 @@ bool natural_less(std::string_view left, std::string_view right) {
         const std::string_view a = numbers ? without_zeros(one) : one;
         const std::string_view b = numbers ? without_zeros(other) : other;
         if (a != b) {
-            const bool same_family = numbers || a.substr(0, 2) == b.substr(0, 2);
+            const bool same_family = numbers || is_same_family(a, b);
             if (same_family && a.size() != b.size()) return a.size() < b.size();
             return a < b;
         }

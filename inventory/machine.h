@@ -5,11 +5,11 @@
 
 #include <cstdint>
 #include <deque>
-#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -34,6 +34,25 @@ struct Fact {
 
     // The best source's value; missing when nobody said any.
     [[nodiscard]] const Value &value() const;
+};
+
+// Facts by their place in the table and in its order: a list, as a thing has a dozen.
+class Facts {
+  public:
+    using Entry = std::pair<std::size_t, Fact>;
+
+    [[nodiscard]] const Fact *find(std::size_t index) const; // null when there is none
+    Fact &operator[](std::size_t index); // made when there is none; where the others lie has changed then
+    template <class Fits> void erase_if(Fits fits) { std::erase_if(entries_, fits); }
+
+    [[nodiscard]] std::size_t size() const { return entries_.size(); }
+    [[nodiscard]] auto begin() { return entries_.begin(); }
+    [[nodiscard]] auto end() { return entries_.end(); }
+    [[nodiscard]] auto begin() const { return entries_.begin(); }
+    [[nodiscard]] auto end() const { return entries_.end(); }
+
+  private:
+    std::vector<Entry> entries_;
 };
 
 enum class RelationKind : std::uint8_t {
@@ -86,9 +105,9 @@ class Thing {
     [[nodiscard]] const Value &value(std::string_view key) const;
     [[nodiscard]] std::string text(std::string_view key) const; // "" when missing or no text
     [[nodiscard]] std::optional<std::uint64_t> number(std::string_view key) const;
-    [[nodiscard]] bool flag(std::string_view key) const;                              // false when missing
-    [[nodiscard]] const std::map<std::size_t, Fact> &facts() const { return facts_; } // by place in the table
-    [[nodiscard]] std::map<std::size_t, Fact> &facts() { return facts_; }
+    [[nodiscard]] bool flag(std::string_view key) const; // false when missing
+    [[nodiscard]] const Facts &facts() const { return facts_; }
+    [[nodiscard]] Facts &facts() { return facts_; }
 
     std::vector<Relation> relations; // from this thing
     std::vector<Relation> reverse;   // from others to this thing; `to` is the other
@@ -100,7 +119,7 @@ class Thing {
   private:
     ThingKind kind_;
     std::string id_;
-    std::map<std::size_t, Fact> facts_;
+    Facts facts_;
 };
 
 class Machine {

@@ -94,7 +94,7 @@ std::string pack_news(Thing &drive, const Thing &found, const std::vector<std::s
         if (!fact.reason.empty()) known.reason = fact.reason;
     }
     drive.troubles.insert(drive.troubles.end(), found.troubles.begin(), found.troubles.end());
-    std::erase_if(drive.facts(), [&words](const auto &entry) {
+    drive.facts().erase_if([&words](const Facts::Entry &entry) {
         return entry.second.reason.empty() && entry.second.words.size() == words[entry.first];
     });
     return pack(drive);

@@ -25,7 +25,9 @@ TEST(Packing, EverythingArrives) {
     ASSERT_TRUE(unpack(pack(before), after));
     ASSERT_EQ(after.facts().size(), before.facts().size());
     for (const auto &[index, fact] : before.facts()) {
-        const Fact &arrived = after.facts().at(index);
+        const Fact *const found = after.facts().find(index);
+        ASSERT_NE(found, nullptr) << all_facts()[index].key;
+        const Fact &arrived = *found;
         EXPECT_EQ(arrived.reason, fact.reason);
         ASSERT_EQ(arrived.words.size(), fact.words.size());
         for (std::size_t i = 0; i < fact.words.size(); ++i) {
