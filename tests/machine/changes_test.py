@@ -162,13 +162,14 @@ def torvane_says(*words, patience=None):
     with os.fdopen(os.memfd_create("output"), "r+") as output, os.fdopen(os.memfd_create("errors"), "r+") as errors:
         begin = now()
         tool = subprocess.Popen([TORVANE, *words], stdout=output, stderr=errors)
-        ending = select.poll()
-        ending.register(os.pidfd_open(tool.pid), select.POLLIN)
+        ending, process = select.poll(), os.pidfd_open(tool.pid)
+        ending.register(process, select.POLLIN)
         if patience and not ending.poll(patience * 1000):
             tool.terminate()
         answer = Answer(call, begin, 0, fault="" if ending.poll(HUNG * 1000) else "hung")
         tool.kill()
         status = tool.wait()
+        os.close(process)
         answer.end = now()
         for file in output, errors:
             file.seek(0)
