@@ -75,7 +75,7 @@ int allocate_scsi_generic_name(const char *path, char **name) noexcept {
     if (path == nullptr || name == nullptr) return -1;
     const std::string_view token = last_token(path, "/");
     if (token.empty()) return -1;
-    const CString link = joined({kSysBlock, "/", without_digits(token), "/device/generic"});
+    const CString link = joined({kSysBlock, "/", disk_name_prefix(token), "/device/generic"});
     if (!link) return -1;
     char target[PATH_MAX];
     const ssize_t length = readlink(link.get(), target, sizeof target - 1);

@@ -19,7 +19,7 @@ int first_digit_index(const char *name) noexcept {
     return name[index] == '\0' ? -1 : static_cast<int>(index);
 }
 
-std::string_view without_digits(std::string_view name) noexcept {
+std::string_view disk_name_prefix(std::string_view name) noexcept {
     size_t length = 0;
     while (length < name.size() && (name[length] < '0' || name[length] > '9')) ++length;
     return {name.data(), length};
@@ -74,7 +74,7 @@ void format_attribute_path(char (&path)[kPathSize], std::string_view name, const
         return join_text(path, kPathSize, {kSysGeneric, "/", name, "/device/", attribute});
     }
     constexpr size_t kDirectoryLength = 7;
-    const size_t digit = without_digits(name).size();
+    const size_t digit = disk_name_prefix(name).size();
     const bool is_numbered = digit < name.size();
     const std::string_view disk =
         is_numbered ? std::string_view(name.data(), std::min(digit + 1, kDirectoryLength)) : name;
@@ -90,7 +90,7 @@ void format_value_path(char (&path)[kLongPathSize], std::string_view name, std::
         return join_text(path, limit(name.size() + attribute.size() + 33),
                          {kSysGeneric, "/", name, "/device/", attribute});
     }
-    const std::string_view letters = without_digits(name);
+    const std::string_view letters = disk_name_prefix(name);
     const bool is_numbered = !letters.empty() && letters.size() < name.size();
     if (is_numbered && partition != 0) {
         // Kept: one byte short of the text, which costs the attribute its last character, so that a partition's

@@ -29,7 +29,7 @@ constexpr int kSectorSize = 512;
 int first_digit_index(const char *name) noexcept;
 
 // The leading characters of a name before its first digit: the disk of sda1.
-std::string_view without_digits(std::string_view name) noexcept;
+std::string_view disk_name_prefix(std::string_view name) noexcept;
 
 } // namespace torvane
 

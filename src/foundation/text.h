@@ -35,9 +35,6 @@ template <size_t Size> void copy_text(char (&destination)[Size], const char *sou
 // What is behind the last delimiter but for those at the text's end; empty when there is nothing else.
 std::string_view last_token(std::string_view text, const char *delimiters) noexcept;
 
-// Without the white space that trim() cuts.
-std::string_view trimmed(const char *text) noexcept;
-
 inline bool contains(const char *text, const char *part) noexcept { return std::strstr(text, part) != nullptr; }
 inline bool equal(const char *a, const char *b) noexcept { return std::strcmp(a, b) == 0; }
 

@@ -11,6 +11,17 @@ namespace {
 bool is_space(char c) noexcept { return std::isspace(static_cast<unsigned char>(c)) != 0; }
 bool is_digit(char c) noexcept { return std::isdigit(static_cast<unsigned char>(c)) != 0; }
 
+// Index 0 never counts as trailing and the last index never as leading, so a lone blank is kept.
+std::string_view trimmed(const char *text) noexcept {
+    const size_t length = std::strlen(text);
+    if (length == 0) return {text, length};
+    size_t lead = 0;
+    while (lead < length - 1 && is_space(text[lead])) ++lead;
+    size_t end = length;
+    while (end > 1 && is_space(text[end - 1])) --end;
+    return {text + lead, end > lead ? end - lead : 0};
+}
+
 void keep(std::string_view kept, char *destination) noexcept {
     std::memmove(destination, kept.data(), kept.size());
     destination[kept.size()] = '\0';
@@ -23,21 +34,6 @@ size_t length_without_digits(const char *string) noexcept {
 }
 
 } // namespace
-
-namespace torvane {
-
-// Index 0 never counts as trailing and the last index never as leading, so a lone blank is kept.
-std::string_view trimmed(const char *text) noexcept {
-    const size_t length = std::strlen(text);
-    if (length == 0) return {text, length};
-    size_t lead = 0;
-    while (lead < length - 1 && is_space(text[lead])) ++lead;
-    size_t end = length;
-    while (end > 1 && is_space(text[end - 1])) --end;
-    return {text + lead, end > lead ? end - lead : 0};
-}
-
-} // namespace torvane
 
 int trim(const char *source, char *destination) noexcept {
     if (source == nullptr || destination == nullptr) return -1;

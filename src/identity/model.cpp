@@ -65,7 +65,10 @@ void format_model(const char *vendor, const char *product, DeviceSpecification &
 // The same as a heap string, uncut: 0 or -1.
 int format_model_alloc(const char *vendor, const char *product, char **model) noexcept {
     if (vendor == nullptr || product == nullptr) return fail(kIdentity, "unable to read vendor or product (NULL)");
-    CString text = joined({trimmed(vendor), " ", trimmed(product)});
+    const CString trimmed_vendor(trim_new(vendor));
+    const CString trimmed_product(trim_new(product));
+    if (!trimmed_vendor || !trimmed_product) return fail(kIdentity, "failed to trim product and vendor");
+    CString text = joined({trimmed_vendor.get(), " ", trimmed_product.get()});
     if (!text) return fail(kIdentity, "failed to allocate model");
     *model = text.release();
     return 0;
