@@ -81,11 +81,15 @@ class Builder : public nlohmann::json_sax<nlohmann::json> {
     std::size_t fault_place_ = 0;
 };
 
-// Line ends and other control characters are blanks to JSON outside of texts, and faults inside.
+// Control characters are blanks to JSON outside of texts, and faults inside, where drives may well have them. A line end
+// inside stays a fault: a piece is missing there, and what follows belongs to something else.
 std::string readable(std::string_view text) {
-    std::string result = told(text);
-    std::replace_if(
-        result.begin(), result.end(), [](char c) { return c >= 0 && c < ' '; }, ' ');
+    std::string result;
+    while (!text.empty()) {
+        const std::string_view line = text.substr(0, text.find('\n'));
+        result += as_utf8(line) + '\n';
+        text.remove_prefix(std::min(line.size() + 1, text.size()));
+    }
     return result;
 }
 

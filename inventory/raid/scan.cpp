@@ -34,20 +34,6 @@ std::size_t character_at(std::string_view text) {
     return overlong || outside ? 0 : size;
 }
 
-std::string as_utf8(std::string_view text) {
-    std::string result;
-    while (!text.empty()) {
-        const std::size_t size = character_at(text);
-        if (size == 0) {
-            result += "\xef\xbf\xbd";
-        } else {
-            result += size == 1 && std::iscntrl(static_cast<unsigned char>(text[0])) != 0 ? " " : text.substr(0, size);
-        }
-        text.remove_prefix(std::max<std::size_t>(size, 1));
-    }
-    return result;
-}
-
 KeyValue split_at(std::string_view line, std::size_t colon) {
     if (colon == std::string_view::npos) return {{}, trimmed(line)};
     return {trimmed(line.substr(0, colon)), trimmed(line.substr(colon + 1))};
@@ -120,6 +106,20 @@ bool is_nothing(std::string_view value) {
         "", "-", "N/A", "NA", "None", "Unknown", "Not Available", "Not Applicable", "Not Supported", "Not Installed"};
     value = trimmed(value);
     return std::any_of(kWords.begin(), kWords.end(), [value](std::string_view word) { return same_word(word, value); });
+}
+
+std::string as_utf8(std::string_view text) {
+    std::string result;
+    while (!text.empty()) {
+        const std::size_t size = character_at(text);
+        if (size == 0) {
+            result += "\xef\xbf\xbd";
+        } else {
+            result += size == 1 && std::iscntrl(static_cast<unsigned char>(text[0])) != 0 ? " " : text.substr(0, size);
+        }
+        text.remove_prefix(std::max<std::size_t>(size, 1));
+    }
+    return result;
 }
 
 std::string told(std::string_view value) { return is_nothing(value) ? std::string() : as_utf8(trimmed(value)); }

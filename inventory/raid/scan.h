@@ -46,7 +46,9 @@ KeyValue split_at_colon_blank(std::string_view line); // the first colon before 
 
 // "", -, N/A, NA, None, Unknown, Not Available, Not Applicable, Not Supported, Not Installed.
 bool is_nothing(std::string_view value);
-// The value as UTF-8 (other bytes become U+FFFD), trimmed; "" for those words.
+// With U+FFFD for bytes that are no UTF-8, and blanks for control characters.
+std::string as_utf8(std::string_view text);
+// The value as UTF-8, trimmed; "" for those words.
 std::string told(std::string_view value);
 
 // All of the text is a number, or it begins with one.
