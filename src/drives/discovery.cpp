@@ -83,7 +83,7 @@ int Discovery::add_named(const char *name, const PartitionTable *table, KnownDri
         const int members = resolve_to_raid(name, list_, raid_.controllers, raid_.count);
         if (members != 0) return members < 0 ? -1 : 0;
     }
-    if (create_drive_with(list_, name, options_, table, std::move(known)) != 0) return -1;
+    if (create_drive_with(list_, name, options_, table, known) != 0) return -1;
     if (wants(DRIVE_OPTION_RAID)) {
         resolve_to_special(list_->drives[list_->count - 1], raid_.arrays.names, raid_.arrays.count);
     }
@@ -96,8 +96,9 @@ int Discovery::add_all(const char *const *names, uint32_t count) noexcept {
     if (wants(DRIVE_OPTION_RAID) && !raid_.load()) return -1;
     const PartitionTable *table = read_partitions(count);
     for (uint32_t i = 0; i < count; ++i) {
-        if (add_named(names[i], table, disks_.take(i)) != 0) return -1;
+        if (add_named(names[i], table, disks_.known(i)) != 0) return -1;
     }
+    disks_.close();
     return add_unnamed();
 }
 

@@ -19,8 +19,9 @@ class OpenDisks {
     // is_drive() on a path, as get_device_start() opens it.
     bool take_in(const char *path) noexcept;
 
-    // What is known of the disk that was taken in as the index-th; its descriptor goes to the caller.
-    KnownDrive take(uint32_t index) noexcept;
+    // What is known of the disk that was taken in as the index-th. It stays open until close().
+    KnownDrive known(uint32_t index) const noexcept;
+    void close() noexcept;
 
   private:
     bool remember(Descriptor device) noexcept;

@@ -23,9 +23,8 @@ void set_unknown(DriveRecord &drive) noexcept {
 void read_drive(DriveRecord &drive, DriveOptions options, const PartitionTable *table, KnownDrive known) noexcept {
     if ((options & kReaders) == 0) return;
     const char *path = drive.name;
-    Descriptor device = std::move(known.device);
-    if (!device) device = Descriptor(open(path, O_RDONLY | O_NONBLOCK));
-    const int fd = device.get();
+    const Descriptor own(known.device >= 0 ? -1 : open(path, O_RDONLY | O_NONBLOCK));
+    const int fd = known.device >= 0 ? known.device : own.get();
     const auto wants = [options](DriveOptions option) noexcept { return (options & option) != 0; };
     const auto code = [](int result) noexcept { return static_cast<uint32_t>(result); };
     if (wants(DRIVE_OPTION_IDENTITY)) drive.specification_result = code(read_drive_specification(fd, path, drive));
@@ -42,7 +41,7 @@ int create_drive_with(DriveList *list, const char *name, DriveOptions options, c
     if (list == nullptr) return -1;
     Drive drive(init_drive(name));
     if (!drive) return -1;
-    read_drive(*drive, options, table, std::move(known));
+    read_drive(*drive, options, table, known);
     if (add_drive_to_list(list, drive.get()) == -1) return -1;
     (void)drive.release();
     return 0;

@@ -15,7 +15,7 @@ constexpr DriveOptions kReaders =
 
 // What a discovery knows of a drive before it is read.
 struct KnownDrive {
-    Descriptor device{-1}; // none: the drive is still to be opened
+    int device = -1; // open, and stays so; none: the drive is still to be opened
     bool starts_at_zero = false;
 };
 

@@ -434,6 +434,9 @@ int unlinkat(int folder, const char *path, int flags) noexcept { return passed("
 ssize_t write(int fd, const void *data, size_t size) { return passed<ssize_t>("write", -1, fd, data, size); }
 
 int close(int fd) { return closed("close", -1, fd); }
+int close_range(unsigned first, unsigned last, int flags) noexcept {
+    return passed("close_range", -1, first, last, flags);
+}
 int fclose(FILE *stream) { return closed("fclose", EOF, stream); }
 
 char *fgets(char *line, int size, FILE *stream) {
