@@ -48,9 +48,12 @@ std::size_t rank(const FactRow &row, Source source) {
 
 void settle_fact(const FactRow &row, Fact &fact) {
     if (fact.words.size() < 2) return;
-    std::stable_sort(fact.words.begin(), fact.words.end(), [&row](const Word &left, const Word &right) {
+    const auto is_better = [&row](const Word &left, const Word &right) {
         return rank(row, left.source) < rank(row, right.source);
-    });
+    };
+    if (!std::is_sorted(fact.words.begin(), fact.words.end(), is_better)) {
+        std::stable_sort(fact.words.begin(), fact.words.end(), is_better);
+    }
     fact.disputed = std::any_of(fact.words.begin() + 1, fact.words.end(),
                                 [&](const Word &word) { return !agree(row, fact.words.front().value, word.value); });
 }

@@ -74,7 +74,8 @@ const std::string &Hosts::driver(const std::string &host) {
 void tell_place(const Block &block, Hosts &hosts, const Wanted &wanted) {
     Thing &thing = *block.thing;
     const bool is_nvme = std::string_view(block.row->tran) == "nvme";
-    const Place place = is_nvme ? nvme_place(block) : block.place;
+    const Place controller = is_nvme ? nvme_place(block) : Place{};
+    const Place &place = is_nvme ? controller : block.place;
     const std::string driver = driver_of(block, hosts);
     thing.tell("hctl", place.scsi_address, Source::kKernel, "path in /sys");
     if (wanted.has("pci")) thing.tell("pci", place.pci, Source::kKernel, "path in /sys");

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <deque>
+#include <unordered_set>
 
 namespace inventory {
 namespace {
@@ -170,11 +171,12 @@ class KernelReader {
 std::vector<std::string> KernelReader::names() const {
     std::vector<std::string> names = class_.names();
     for (std::string &name : names) std::replace(name.begin(), name.end(), '!', '/');
-    std::sort(names.begin(), names.end());
-    const std::size_t known = names.size();
-    for (const auto &[name, listed] : listing_) {
-        if (!std::binary_search(names.begin(), names.begin() + static_cast<std::ptrdiff_t>(known), name)) {
-            names.push_back(name);
+    const auto is_listed = [this](const std::string &name) { return listing_.contains(name); };
+    // Mostly /sys has all that is listed.
+    if (static_cast<std::size_t>(std::count_if(names.begin(), names.end(), is_listed)) < listing_.size()) {
+        const std::unordered_set<std::string> known(names.begin(), names.end());
+        for (const auto &[name, listed] : listing_) {
+            if (!known.contains(name)) names.push_back(name);
         }
     }
     std::sort(names.begin(), names.end(), natural_less);

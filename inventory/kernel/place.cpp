@@ -40,6 +40,7 @@ constexpr PartRule kRules[] = {
 
 // "1-2:1.0", "3-1.4.2:1.1"
 bool is_usb_interface(std::string_view part) {
+    if (std::isdigit(static_cast<unsigned char>(part.front())) == 0) return false; // most
     const std::size_t colon = part.find(':');
     if (colon == std::string_view::npos || !fits(part.substr(colon), ":#.#")) return false;
     return fits(part.substr(0, colon), "#-#*");

@@ -96,6 +96,7 @@ void read_units(const std::vector<Thing *> &twins, const std::vector<std::string
             if (read == nullptr) continue;
             for (const Word &word : read->words) twin->tell(key, word.value, word.source, word.detail);
         }
+        settle(*twin);
         const auto known = static_cast<std::ptrdiff_t>(twin->troubles.size());
         twin->troubles.insert(twin->troubles.end(), unit.troubles.begin() + known, unit.troubles.end());
     }
@@ -136,7 +137,6 @@ Machine survey(const Request &request) {
     }
     tell_identities(machine, request);
     note_failed(machine);
-    settle(machine);
     return machine;
 }
 
