@@ -93,7 +93,10 @@ int Discovery::add_named(const char *name, const PartitionTable *table, KnownDri
 // The order of the sources is part of the interface: records without a name come only after all those that
 // are compared by name.
 int Discovery::add_all(const char *const *names, uint32_t count) noexcept {
-    if (wants(DRIVE_OPTION_RAID) && !raid_.load()) return -1;
+    if (wants(DRIVE_OPTION_RAID)) {
+        disks_.close();
+        if (!raid_.load()) return -1;
+    }
     const PartitionTable *table = read_partitions(count);
     for (uint32_t i = 0; i < count; ++i) {
         if (add_named(names[i], table, disks_.known(i)) != 0) return -1;

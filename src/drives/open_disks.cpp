@@ -41,6 +41,7 @@ void OpenDisks::close() noexcept {
         if (first >= 0) close_all(first, last);
     }
     count_ = 0;
+    last_.reset();
 }
 
 bool OpenDisks::remember(Descriptor device) noexcept {

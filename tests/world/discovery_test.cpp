@@ -243,7 +243,9 @@ TEST_F(Discovery, StreamsThatFail) {
 TEST_F(Discovery, SizesAndPartitionsAreOfOneMoment) {
     world.disk({.name = "sda", .partitions = {{.size = 1 << 20}}});
     world.disk({.name = "sdb", .minor = 16, .address = "1:0:0:0"});
+    const std::set<int> before = open_descriptors();
     answers().system = [&](const char *) {
+        EXPECT_EQ(open_descriptors(), before) << "tools inherit no disk";
         world.partition_rows(
             "8 0 9 sda\n8 1 5 sda1\n8 2 3 sda2\n8 16 9 sdb\n"); // repartitioned while the tools are looked for
         return 1 << 8;
